@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QString>
+
+#include "qloggerlevel.h"
+
+// Static front end of the log. Every line reaches the debug output; all levels but Debug
+// also reach the shared log file while the user has logging switched on.
+class Logger
+{
+public:
+    static void Trace(const QString& module, const QString& message);
+    static void Debug(const QString& module, const QString& message);
+    static void Info(const QString& module, const QString& message);
+    static void Warn(const QString& module, const QString& message);
+    static void Error(const QString& module, const QString& message);
+    static void Fatal(const QString& module, const QString& message);
+
+    static void setUp(const QString& module, const QLogger::LogLevel& level);
+    static QString logFilePath();
+
+    static bool isLoggingEnabled();
+    static bool isDebugCodeValid();
+
+private:
+    static void logGated(const QString& module, QLogger::LogLevel level, const QString& message);
+    static void toDebugOutput(const char* levelName, const QString& module, const QString& message);
+};
