@@ -15,6 +15,8 @@ public:
 
     static QString getPersistentStorageLocation();
     static QString getHtmlFolder();
+    // "WIN7-pc", "WIN10-pc", "WIN10-OR-OTHER-pc", ...: a Windows-style release name for the page and analytics.
+    static QString getOsVersion();
 
     // "key=value" lines; only the first "=" splits. Exposed for tests of odd files.
     static QMap<QString, QString> parse(QIODevice* device);
