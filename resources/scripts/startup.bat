@@ -1,0 +1,1 @@
+start /D %1 Kestrelgap.exe
