@@ -1,0 +1,250 @@
+#include <QBuffer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+#include <QtTest>
+
+#include "core/logger.h"
+#include "core/properties.h"
+#include "platform/osversion.h"
+
+using StringMap = QMap<QString, QString>;
+Q_DECLARE_METATYPE(StringMap)
+
+namespace {
+
+class FakeOsVersion : public OsVersionSource
+{
+public:
+    int code = WV_None;
+    CommandOutput output;
+    int commandCalls = 0;
+    int lastTimeoutMs = 0;
+
+    int windowsVersion() override { return code; }
+    CommandOutput versionCommand(int timeoutMs) override
+    {
+        ++commandCalls;
+        lastTimeoutMs = timeoutMs;
+        return output;
+    }
+};
+
+QString readLog()
+{
+    QFile file(Logger::logFilePath());
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return QString();
+    return QString::fromUtf8(file.readAll());
+}
+
+// The message of the last file line that carries `tag`, or a null text.
+QString lastLoggedAfter(const QString& log, const QString& tag)
+{
+    const int at = log.lastIndexOf(tag);
+    if (at < 0)
+        return QString();
+    const int start = at + tag.size();
+    return log.mid(start, log.indexOf(QLatin1Char('\n'), start) - start);
+}
+
+} // namespace
+
+class TestProperties : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void osVersionFromTable_data();
+    void osVersionFromTable();
+    void windows8AsksTheVersionCommand_data();
+    void windows8AsksTheVersionCommand();
+    void osVersionIsNotCached();
+    void systemSourceOnThisPlatform();
+
+    void parse_data();
+    void parse();
+    void missingKeyGivesEmptyText();
+
+private:
+    FakeOsVersion mFake;
+};
+
+void TestProperties::initTestCase()
+{
+    // The log file's folder; the gate is opened per test so the parsed version can be read back.
+    QVERIFY(QDir().mkpath(QFileInfo(Logger::logFilePath()).path()));
+}
+
+void TestProperties::init()
+{
+    mFake = FakeOsVersion();
+    OsVersionSource::setInstance(&mFake);
+    QFile::remove(Logger::logFilePath());
+    QSettings().setValue(QStringLiteral("pref-debug-enabled"), QStringLiteral("1"));
+}
+
+void TestProperties::cleanup()
+{
+    OsVersionSource::setInstance(nullptr);
+    QSettings().remove(QStringLiteral("pref-debug-enabled"));
+}
+
+void TestProperties::osVersionFromTable_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("3.1") << int(OsVersionSource::WV_32s) << "WIN3.1-pc";
+    QTest::newRow("95") << int(OsVersionSource::WV_95) << "WIN95-pc";
+    QTest::newRow("98") << int(OsVersionSource::WV_98) << "WIN98-pc";
+    QTest::newRow("Me") << int(OsVersionSource::WV_Me) << "WINMe-pc";
+    QTest::newRow("NT") << int(OsVersionSource::WV_NT) << "WINNT-pc";
+    QTest::newRow("2000") << int(OsVersionSource::WV_2000) << "WIN2000-pc";
+    QTest::newRow("XP") << int(OsVersionSource::WV_XP) << "WINXP-pc";
+    QTest::newRow("2003") << int(OsVersionSource::WV_2003) << "WIN2003-pc";
+    QTest::newRow("Vista") << int(OsVersionSource::WV_VISTA) << "WINVISTA-pc";
+    QTest::newRow("7") << int(OsVersionSource::WV_WINDOWS7) << "WIN7-pc";
+    QTest::newRow("8.1") << int(OsVersionSource::WV_WINDOWS8_1) << "WIN8.1-pc";
+    QTest::newRow("none") << int(OsVersionSource::WV_None) << "WIN10-OR-OTHER-pc";
+    QTest::newRow("code between rows") << 0x05 << "WIN10-OR-OTHER-pc";
+    QTest::newRow("code past the table") << 0xc0 << "WIN10-OR-OTHER-pc";
+    QTest::newRow("negative code") << -1 << "WIN10-OR-OTHER-pc";
+}
+
+void TestProperties::osVersionFromTable()
+{
+    QFETCH(int, code);
+    QFETCH(QString, expected);
+
+    mFake.code = code;
+    // A version line that would read as Windows 10 if it were consulted.
+    mFake.output.standardOutput = QStringLiteral("Microsoft Windows [Version 10.0.19045.3570]");
+    QCOMPARE(Properties::getOsVersion(), expected);
+    QCOMPARE(mFake.commandCalls, 0);
+    QCOMPARE(lastLoggedAfter(readLog(), QStringLiteral("[properties-2] [getOsVersion] - version: ")), expected);
+}
+
+void TestProperties::windows8AsksTheVersionCommand_data()
+{
+    QTest::addColumn<QString>("out");
+    QTest::addColumn<QString>("err");
+    QTest::addColumn<QString>("parsed");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("Windows 10") << "\r\nMicrosoft Windows [Version 10.0.19045.3570]\r\n" << ""
+                                << "10.0.19045.3570" << "WIN10-pc";
+    QTest::newRow("Windows 11 reports 10 too") << "Microsoft Windows [Version 10.0.22631.2428]" << ""
+                                               << "10.0.22631.2428" << "WIN10-pc";
+    QTest::newRow("Windows 8 proper") << "\r\nMicrosoft Windows [Version 6.2.9200]\r\n" << "" << "6.2.9200"
+                                      << "WIN8-pc";
+    QTest::newRow("blanks folded before the search") << "Microsoft  Windows\r\n[Version\t\t10.0.1]   " << ""
+                                                     << "10.0.1" << "WIN10-pc";
+    QTest::newRow("ten without a dot") << "Microsoft Windows [Version 10]" << "" << "10" << "WIN8-pc";
+    QTest::newRow("a later major version") << "Microsoft Windows [Version 100.1]" << "" << "100.1" << "WIN8-pc";
+    QTest::newRow("no output") << "" << "" << "" << "WIN8-pc";
+    QTest::newRow("command failed") << "" << "'cmd.exe' is not recognized" << "" << "WIN8-pc";
+    // Not found is index -1: the text from index 7 on stands, less its last character.
+    QTest::newRow("search is case-sensitive") << "Microsoft Windows [version 10.0.1]" << "" << "ft Windows [version 10.0.1"
+                                              << "WIN8-pc";
+    QTest::newRow("not found, number at index 7") << "output 10.0.17763]" << "" << "10.0.17763" << "WIN10-pc";
+    QTest::newRow("partial output cut off") << "Microsoft Windows [Vers" << "" << "ft Windows [Ver" << "WIN8-pc";
+}
+
+void TestProperties::windows8AsksTheVersionCommand()
+{
+    QFETCH(QString, out);
+    QFETCH(QString, err);
+    QFETCH(QString, parsed);
+    QFETCH(QString, expected);
+
+    mFake.code = OsVersionSource::WV_WINDOWS8;
+    mFake.output.standardOutput = out;
+    mFake.output.standardError = err;
+    QCOMPARE(Properties::getOsVersion(), expected);
+    QCOMPARE(mFake.commandCalls, 1);
+    QCOMPARE(mFake.lastTimeoutMs, 30000);
+
+    const QString log = readLog();
+    QCOMPARE(lastLoggedAfter(log, QStringLiteral("[getOsVersion] - osVersion: ")), parsed);
+    QCOMPARE(lastLoggedAfter(log, QStringLiteral("[getOsVersion] - err: ")), err);
+    QCOMPARE(lastLoggedAfter(log, QStringLiteral("[getOsVersion] - version: ")), expected);
+}
+
+void TestProperties::osVersionIsNotCached()
+{
+    mFake.code = OsVersionSource::WV_WINDOWS8;
+    mFake.output.standardOutput = QStringLiteral("Microsoft Windows [Version 6.2.9200]");
+    QCOMPARE(Properties::getOsVersion(), QStringLiteral("WIN8-pc"));
+    mFake.output.standardOutput = QStringLiteral("Microsoft Windows [Version 10.0.10240]");
+    QCOMPARE(Properties::getOsVersion(), QStringLiteral("WIN10-pc"));
+    mFake.code = OsVersionSource::WV_WINDOWS7;
+    QCOMPARE(Properties::getOsVersion(), QStringLiteral("WIN7-pc"));
+    QCOMPARE(mFake.commandCalls, 2);
+}
+
+void TestProperties::systemSourceOnThisPlatform()
+{
+    OsVersionSource::setInstance(nullptr);
+    OsVersionSource* system = OsVersionSource::instance();
+    QVERIFY(system != &mFake);
+    QCOMPARE(system->windowsVersion(), int(OsVersionSource::WV_None));
+    QCOMPARE(Properties::getOsVersion(), QStringLiteral("WIN10-OR-OTHER-pc"));
+
+    // Never reached from getOsVersion here, but it must still answer with the system's own line.
+    const OsVersionSource::CommandOutput output = system->versionCommand(30000);
+    QVERIFY2(output.standardOutput.startsWith(QLatin1String("Linux ")), qPrintable(output.standardOutput));
+}
+
+void TestProperties::parse_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<StringMap>("expected");
+
+    QTest::newRow("the shipped line") << QByteArray("version=2.89\r\n") << StringMap{{"version", "2.89"}};
+    QTest::newRow("LF line end") << QByteArray("version=2.89\n") << StringMap{{"version", "2.89"}};
+    QTest::newRow("no final line end") << QByteArray("version=2.89") << StringMap{{"version", "2.89"}};
+    QTest::newRow("several CR LF lines") << QByteArray("a=1\r\nb=2\r\nc=3\r\n")
+                                         << StringMap{{"a", "1"}, {"b", "2"}, {"c", "3"}};
+    QTest::newRow("key without value") << QByteArray("empty=\r\n") << StringMap{{"empty", ""}};
+    QTest::newRow("value holding =") << QByteArray("url=http://h/p?a=b&c=d\r\n")
+                                     << StringMap{{"url", "http://h/p?a=b&c=d"}};
+    QTest::newRow("value only =") << QByteArray("k===\r\n") << StringMap{{"k", "=="}};
+    QTest::newRow("line without =") << QByteArray("justtext\r\n") << StringMap{{"justtext", "justtext"}};
+    QTest::newRow("empty key skipped") << QByteArray("=orphan\r\nkept=1\r\n") << StringMap{{"kept", "1"}};
+    QTest::newRow("empty lines skipped") << QByteArray("\r\n\r\nk=v\r\n\r\n") << StringMap{{"k", "v"}};
+    QTest::newRow("duplicate key, last wins") << QByteArray("v=1\r\nother=x\r\nv=2\r\n")
+                                              << StringMap{{"v", "2"}, {"other", "x"}};
+    QTest::newRow("blanks are kept") << QByteArray(" key = value \r\n") << StringMap{{" key ", " value "}};
+    QTest::newRow("UTF-8 value") << QByteArray("name=Cr\xc3\xa9" "celle\r\n")
+                                 << StringMap{{"name", QStringLiteral("Cr\u00e9celle")}};
+    QTest::newRow("empty file") << QByteArray() << StringMap();
+}
+
+void TestProperties::parse()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(StringMap, expected);
+
+    QBuffer buffer(&content);
+    QVERIFY(buffer.open(QIODevice::ReadOnly));
+    const StringMap parsed = Properties::parse(&buffer);
+    QCOMPARE(parsed, expected);
+    for (auto it = parsed.cbegin(); it != parsed.cend(); ++it)
+        QVERIFY2(!it.value().contains(QLatin1Char('\r')), qPrintable(it.key()));
+}
+
+void TestProperties::missingKeyGivesEmptyText()
+{
+    const QString value = Properties::getInstance()->getValue(QStringLiteral("no-such-key"));
+    QVERIFY(value.isEmpty());
+    QVERIFY(!value.isNull());
+}
+
+QTEST_GUILESS_MAIN(TestProperties)
+#include "tst_properties.moc"
