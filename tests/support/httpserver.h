@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QList>
+#include <QMetaType>
 #include <QObject>
 #include <QPair>
 #include <QString>
@@ -115,3 +116,7 @@ private:
     HttpServerDetail::Worker* mWorker = nullptr;
     quint16 mPort = 0;
 };
+
+// So that replies and requests can sit in the columns of data-driven tests.
+Q_DECLARE_METATYPE(HttpServer::Reply)
+Q_DECLARE_METATYPE(HttpServer::Request)

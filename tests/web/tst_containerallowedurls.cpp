@@ -9,8 +9,6 @@
 #include "httpserver.h"
 #include "web/containerallowedurls.h"
 
-Q_DECLARE_METATYPE(HttpServer::Reply)
-
 namespace {
 
 const QString documentPath = QStringLiteral("/prod-assets/desktop-client/friendlyurls.json");
