@@ -61,12 +61,8 @@ bool QtLocalPeer::listen()
 {
     // Other users' processes must not be able to wake us or feed us texts.
     server->setSocketOptions(QLocalServer::UserAccessOption);
-    if (server->listen(socketName))
-        return true;
-    if (server->serverError() != QAbstractSocket::AddressInUseError)
-        return false;
-    // A socket file outlives a holder that crashed. Whoever holds the lock is the only listener, so
-    // a socket of our name now is stale; without removing it we'd never hear a wake-up.
+    // A socket file outlives a holder that crashed. Only the lock holder listens, so whatever has our
+    // name now is stale; left in place it would keep every later wake-up from reaching us.
     QLocalServer::removeServer(socketName);
     return server->listen(socketName);
 }
