@@ -40,7 +40,9 @@ QtLocalPeer::QtLocalPeer(QObject* parent, const QString& appId)
     const QString lockName = QDir(QDir::tempPath()).absolutePath() + QLatin1Char('/') + socketName
         + QLatin1String("-lockfile");
     lockFile.setFileName(lockName);
-    lockFile.open(QIODevice::ReadWrite);
+    // Anyone who can read the file can hold a read lock on it and so keep us from ever being first.
+    if (lockFile.open(QIODevice::ReadWrite))
+        lockFile.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
 }
 
 bool QtLocalPeer::isClient()
@@ -140,7 +142,8 @@ void QtLocalPeer::receiveConnection()
     const QString message = QString::fromUtf8(uMsg);
     socket->write(ack, ackLength);
     socket->waitForBytesWritten(1000);
-    socket->waitForDisconnected(1000);
+    if (socket->state() != QLocalSocket::UnconnectedState)
+        socket->waitForDisconnected(1000);
     delete socket;
     emit messageReceived(message);
 }

@@ -435,6 +435,7 @@ void TestSingleInstance::listenerPrivateToUser()
     const QFile::Permissions others = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
         | QFile::WriteOther | QFile::ExeOther;
     QCOMPARE(QFileInfo(path).permissions() & others, QFile::Permissions());
+    QCOMPARE(QFileInfo(path + QStringLiteral("-lockfile")).permissions() & others, QFile::Permissions());
 }
 
 void TestSingleInstance::leftoverAtSocketPath_data()
