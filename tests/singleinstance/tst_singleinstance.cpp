@@ -145,11 +145,9 @@ private slots:
     void lockReleased();
     void lockOutlivesOtherHandles();
     void blockingLockWaitsForHolder();
-    void lockMisuse();
 
     void names_data();
     void names();
-    void emptyIdUsesProgramPath();
     void sessionsKeptApart_data();
     void sessionsKeptApart();
     void listenerPrivateToUser();
@@ -330,18 +328,6 @@ void TestSingleInstance::blockingLockWaitsForHolder()
     QCOMPARE(waiter.lockMode(), QtLockedFile::WriteLock);
 }
 
-void TestSingleInstance::lockMisuse()
-{
-    QtLockedFile file(tempFile(QStringLiteral("misuse")));
-    QTest::ignoreMessage(QtWarningMsg, "QtLockedFile::lock(): file is not opened");
-    QVERIFY(!file.lock(QtLockedFile::WriteLock, false));
-    QTest::ignoreMessage(QtWarningMsg, "QtLockedFile::unlock(): file is not opened");
-    QVERIFY(!file.unlock());
-    QTest::ignoreMessage(QtWarningMsg, "QtLockedFile::open(): Truncate mode not allowed.");
-    QVERIFY(!file.open(QIODevice::ReadWrite | QIODevice::Truncate));
-    QVERIFY(!file.isOpen());
-}
-
 void TestSingleInstance::names_data()
 {
     QTest::addColumn<QString>("id");
@@ -384,15 +370,6 @@ void TestSingleInstance::names()
     QStringList entries = QDir(mTemp->path()).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
     entries.sort();
     QCOMPARE(entries, QStringList({ socketName, socketName + QStringLiteral("-lockfile") }));
-}
-
-void TestSingleInstance::emptyIdUsesProgramPath()
-{
-    QtLocalPeer peer(nullptr, QString());
-    QCOMPARE(peer.applicationId(), QCoreApplication::applicationFilePath().toLower());
-    const QStringList locks = QDir(mTemp->path()).entryList({ QStringLiteral("*-lockfile") }, QDir::Files);
-    QCOMPARE(locks.size(), 1);
-    QVERIFY2(locks.first().startsWith(QLatin1String("qtsingleapp-tstsin-")), qPrintable(locks.first()));
 }
 
 void TestSingleInstance::sessionsKeptApart_data()
