@@ -1,0 +1,820 @@
+#include <QtTest>
+
+#include <QNetworkCookie>
+#include <QProcess>
+#include <QSettings>
+#include <QWebSettings>
+
+#include <sys/stat.h>
+
+#include "httpserver.h"
+#include "web/autosaver.h"
+#include "web/cookiejar.h"
+#include "web/cookiemodel.h"
+#include "web/simplecrypt.h"
+
+namespace {
+
+// MD5 of "cookies": the key of the stored list and the group the policies are read from.
+const QString cookiesKey = QStringLiteral("55e7dd3016ce4ac57b9a0f56af12f7c2");
+const QUrl siteUrl(QStringLiteral("http://127.0.0.1/"));
+
+QString cookieFile()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::DataLocation) + QStringLiteral("/c.ini");
+}
+
+QNetworkCookie makeCookie(const QByteArray& name, const QByteArray& value, int expiresInDays = 0,
+                          const QString& domain = QString())
+{
+    QNetworkCookie cookie(name, value);
+    cookie.setPath(QStringLiteral("/"));
+    if (!domain.isEmpty())
+        cookie.setDomain(domain);
+    if (expiresInDays != 0)
+        cookie.setExpirationDate(QDateTime::currentDateTimeUtc().addDays(expiresInDays));
+    return cookie;
+}
+
+QByteArray storedValue(const QByteArray& value)
+{
+    return encryptSharedText(QString::fromLatin1(value.toBase64())).toUtf8();
+}
+
+// Raw form of a cookie as it lies in the file: attributes in clear, value enciphered.
+QByteArray storedRaw(const QByteArray& name, const QByteArray& value)
+{
+    QNetworkCookie cookie = makeCookie(name, storedValue(value), 30);
+    cookie.setDomain(QStringLiteral("127.0.0.1"));
+    return cookie.toRawForm(QNetworkCookie::Full);
+}
+
+QByteArray listStream(qint32 version, qint32 count, const QList<QByteArray>& raws)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream << version << count;
+    for (const QByteArray& raw : raws)
+        stream << raw;
+    return bytes;
+}
+
+// A QVariant of a user type as QSettings streams it: old user type id 127, the type name, the data.
+QByteArray variantStream(const QByteArray& data, const char* typeName = "QList<QNetworkCookie>")
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_4_0);
+    stream << quint32(127) << typeName;
+    return bytes + data;
+}
+
+// The INI text of a file holding `variant` as the stored list, every byte escaped.
+QByteArray iniWithStoredList(const QByteArray& variant)
+{
+    QByteArray escaped;
+    for (const char byte : variant)
+        escaped += "\\x" + QByteArray::number(uchar(byte), 16);
+    return "[General]\n" + cookiesKey.toLatin1() + "=@Variant(" + escaped + ")\n";
+}
+
+void writeFile(const QString& path, const QByteArray& content)
+{
+    // QSettings reuses its parse of a file whose size and time look unchanged; files of equal size
+    // written within one clock tick would look alike, so each gets a time of its own.
+    static QDateTime stamp = QDateTime::currentDateTime();
+    stamp = stamp.addSecs(1);
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(content);
+    file.flush();
+    QVERIFY(file.setFileTime(stamp, QFileDevice::FileModificationTime));
+}
+
+QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// The stored list's bytes as QVariant streamed them, read back through the byte-array form of
+// the same INI escaping so the test does not rely on the jar's own reader.
+QByteArray storedListBytes()
+{
+    QTemporaryDir dir;
+    const QString copy = dir.filePath(QStringLiteral("copy.ini"));
+    QByteArray text = readFile(cookieFile());
+    text.replace("@Variant(", "@ByteArray(");
+    writeFile(copy, text);
+    return QSettings(copy, QSettings::IniFormat).value(cookiesKey).toByteArray();
+}
+
+int permissionBits(const QString& path)
+{
+    struct stat info;
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
+}
+
+void saveNow(CookieJar* jar)
+{
+    QVERIFY(QMetaObject::invokeMethod(jar, "save", Qt::DirectConnection));
+}
+
+QStringList namesOf(const QList<QNetworkCookie>& cookies)
+{
+    QStringList names;
+    for (const QNetworkCookie& cookie : cookies)
+        names << QString::fromLatin1(cookie.name());
+    return names;
+}
+
+QStringList valuesOf(const QList<QNetworkCookie>& cookies)
+{
+    QStringList values;
+    for (const QNetworkCookie& cookie : cookies)
+        values << QString::fromLatin1(cookie.value());
+    return values;
+}
+
+// A fresh jar on the file must take a new cookie and give it back after a save.
+void checkJarRecovers()
+{
+    {
+        CookieJar jar;
+        QVERIFY(jar.setCookiesFromUrl({makeCookie("fresh", "again", 5)}, siteUrl));
+        saveNow(&jar);
+    }
+    CookieJar jar;
+    const QList<QNetworkCookie> cookies = jar.cookiesForUrl(siteUrl);
+    QVERIFY(namesOf(cookies).contains(QStringLiteral("fresh")));
+    QCOMPARE(valuesOf(cookies).at(namesOf(cookies).indexOf(QStringLiteral("fresh"))), QStringLiteral("again"));
+}
+
+// Parent that AutoSaver saves; records when and from where.
+class SaveRecorder : public QObject
+{
+    Q_OBJECT
+
+public:
+    QElapsedTimer clock;
+    QList<qint64> savedAt;
+    bool inChange = false;
+    QList<bool> savedInsideChange;
+
+public slots:
+    void save()
+    {
+        savedAt << clock.elapsed();
+        savedInsideChange << inChange;
+    }
+};
+
+} // namespace
+
+class TestCookieJar : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+
+    void survivesRestart();
+    void storedForm();
+    void filePermissions_data();
+    void filePermissions();
+    void badFile_data();
+    void badFile();
+    void truncatedFile_data();
+    void truncatedFile();
+
+    void setters_data();
+    void setters();
+    void acceptance_data();
+    void acceptance();
+    void keepPolicyExpiry_data();
+    void keepPolicyExpiry();
+    void loadSettings_data();
+    void loadSettings();
+    void keepUntilExitEmptiesFileOnExit();
+    void privateBrowsing();
+    void savePurgesBeforeWriting();
+
+    void autoSaverTiming_data();
+    void autoSaverTiming();
+    void autoSaverWarnings();
+
+    void cookieModel();
+};
+
+void TestCookieJar::initTestCase()
+{
+    SimpleCrypt::setUpShared();
+    QVERIFY(QStandardPaths::writableLocation(QStandardPaths::DataLocation).startsWith(QDir::homePath()));
+}
+
+void TestCookieJar::cleanup()
+{
+    QFile::remove(cookieFile());
+    QSettings settings;
+    settings.remove(QStringLiteral("cookies"));
+    settings.remove(cookiesKey);
+    QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, false);
+}
+
+void TestCookieJar::survivesRestart()
+{
+    HttpServer server;
+    QVERIFY(server.listen());
+    const QDateTime persistentExpiry = QDateTime::currentDateTimeUtc().addDays(30);
+    const QDateTime farExpiry = QDateTime::currentDateTimeUtc().addYears(10);
+    QNetworkCookie persistent("persistent", "p-value");
+    persistent.setExpirationDate(persistentExpiry);
+    QNetworkCookie far("far", "f-value");
+    far.setExpirationDate(farExpiry);
+    server.serve(QStringLiteral("/set"), "ok", "text/plain", 200,
+                 {{"Set-Cookie", persistent.toRawForm()},
+                  {"Set-Cookie", "session=s-value"},
+                  {"Set-Cookie", far.toRawForm()}});
+    server.serve(QStringLiteral("/check"), "ok");
+
+    auto runClient = [](const QUrl& url) {
+        QProcess client;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        client.setProcessEnvironment(environment);
+        client.start(QStringLiteral(COOKIE_CLIENT_PATH), {url.toString()});
+        client.waitForFinished(60000);
+        const bool ok = client.exitStatus() == QProcess::NormalExit && client.exitCode() == 0;
+        return ok ? QString::fromUtf8(client.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts)
+                  : QStringList(QStringLiteral("failed: ") + QString::fromUtf8(client.readAllStandardError()));
+    };
+
+    const QStringList firstRun = runClient(server.url(QStringLiteral("/set")));
+    QVERIFY2(firstRun.size() == 3, qPrintable(firstRun.join(QLatin1Char('|'))));
+    QVERIFY(firstRun.contains(QStringLiteral("cookie session=s-value session")));
+    QCOMPARE(permissionBits(cookieFile()), 0600);
+    QVERIFY(!readFile(cookieFile()).contains("p-value"));
+
+    const QStringList secondRun = runClient(server.url(QStringLiteral("/check")));
+    const QByteArray sent = server.requestsFor(QStringLiteral("/check")).value(0).header("Cookie");
+    QVERIFY2(sent.contains("persistent=p-value"), sent.constData());
+    QVERIFY2(sent.contains("far=f-value"), sent.constData());
+    QVERIFY2(!sent.contains("session"), sent.constData());
+
+    // Expiry is kept to the second: the far one is not cut down under the default keep policy.
+    const QString farLine = QStringLiteral("cookie far=f-value ") + farExpiry.toString(Qt::ISODate);
+    const QString persistentLine =
+        QStringLiteral("cookie persistent=p-value ") + persistentExpiry.toString(Qt::ISODate);
+    QVERIFY2(secondRun.size() == 2, qPrintable(secondRun.join(QLatin1Char('|'))));
+    QVERIFY2(secondRun.contains(farLine), qPrintable(secondRun.join(QLatin1Char('|'))));
+    QVERIFY2(secondRun.contains(persistentLine), qPrintable(secondRun.join(QLatin1Char('|'))));
+}
+
+void TestCookieJar::storedForm()
+{
+    QNetworkCookie secure = makeCookie("secure", "s3cr\xc3\xa9t;value", 10);
+    secure.setSecure(true);
+    secure.setHttpOnly(true);
+    {
+        CookieJar jar;
+        jar.setBlockedCookies({QStringLiteral("b.example"), QStringLiteral("a.example")});
+        QVERIFY(jar.setCookiesFromUrl({makeCookie("first", "one", 10), makeCookie("session", "gone"), secure},
+                                      siteUrl));
+        saveNow(&jar);
+    }
+
+    QDataStream stream(storedListBytes());
+    stream.setVersion(QDataStream::Qt_4_0);
+    quint32 typeId = 0;
+    char* typeName = nullptr;
+    stream >> typeId >> typeName;
+    const QByteArray name(typeName);
+    delete[] typeName;
+    QCOMPARE(typeId, quint32(127));
+    QCOMPARE(name, QByteArray("QList<QNetworkCookie>"));
+
+    qint32 version = 0;
+    qint32 count = 0;
+    QByteArray firstRaw;
+    QByteArray secondRaw;
+    stream >> version >> count >> firstRaw >> secondRaw;
+    QCOMPARE(version, 23);
+    QCOMPARE(count, 2);
+    QVERIFY(stream.atEnd());
+
+    // Reverse order of the jar, session cookie dropped.
+    const QNetworkCookie storedSecure = QNetworkCookie::parseCookies(firstRaw).value(0);
+    const QNetworkCookie storedFirst = QNetworkCookie::parseCookies(secondRaw).value(0);
+    QCOMPARE(storedFirst.name(), QByteArray("first"));
+    QCOMPARE(storedSecure.name(), QByteArray("secure"));
+    QVERIFY(storedSecure.isSecure());
+    QVERIFY(storedSecure.isHttpOnly());
+    QCOMPARE(storedSecure.domain(), QStringLiteral("127.0.0.1"));
+    QCOMPARE(storedSecure.path(), QStringLiteral("/"));
+    QCOMPARE(storedSecure.expirationDate().toSecsSinceEpoch(), secure.expirationDate().toSecsSinceEpoch());
+
+    // Value: Base64 of the real one, enciphered in the hash form of the shared cipher.
+    const QByteArray cipher = QByteArray::fromBase64(storedSecure.value());
+    QCOMPARE(cipher.at(0), char(3));
+    QVERIFY(cipher.at(1) & 0x04);
+    QCOMPARE(decryptSharedText(QString::fromUtf8(storedSecure.value())),
+             QString::fromLatin1(secure.value().toBase64()));
+    QVERIFY(!readFile(cookieFile()).contains("s3cr"));
+
+    QSettings stored(cookieFile(), QSettings::IniFormat);
+    QCOMPARE(stored.value(QStringLiteral("Exceptions/block")).toStringList(),
+             QStringList({QStringLiteral("a.example"), QStringLiteral("b.example")}));
+
+    CookieJar reloaded;
+    QCOMPARE(namesOf(reloaded.cookiesForUrl(siteUrl)), QStringList(QStringLiteral("first")));
+    const QList<QNetworkCookie> secureSide = reloaded.cookiesForUrl(QUrl(QStringLiteral("https://127.0.0.1/")));
+    QCOMPARE(secureSide.size(), 2);
+    for (const QNetworkCookie& cookie : secureSide)
+        QCOMPARE(cookie.value(), cookie.name() == "secure" ? secure.value() : QByteArray("one"));
+}
+
+void TestCookieJar::filePermissions_data()
+{
+    QTest::addColumn<int>("existingMode");
+    QTest::addColumn<int>("umask");
+
+    QTest::newRow("new file, usual umask") << -1 << 022;
+    QTest::newRow("new file, open umask") << -1 << 0;
+    QTest::newRow("existing private file") << 0600 << 022;
+    QTest::newRow("existing file readable by all") << 0644 << 022;
+    QTest::newRow("existing file writable by all") << 0666 << 0;
+}
+
+void TestCookieJar::filePermissions()
+{
+    QFETCH(int, existingMode);
+    QFETCH(int, umask);
+
+    if (existingMode >= 0) {
+        writeFile(cookieFile(), iniWithStoredList(variantStream(listStream(23, 1, {storedRaw("old", "v")}))));
+        QCOMPARE(::chmod(QFile::encodeName(cookieFile()).constData(), mode_t(existingMode)), 0);
+    }
+
+    const mode_t previous = ::umask(mode_t(umask));
+    for (int save = 0; save < 2; ++save) {
+        CookieJar jar;
+        QVERIFY(jar.setCookiesFromUrl({makeCookie("round", QByteArray::number(save), 5)}, siteUrl));
+        saveNow(&jar);
+        QCOMPARE(permissionBits(cookieFile()), 0600);
+    }
+    ::umask(previous);
+}
+
+void TestCookieJar::badFile_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QStringList>("values");
+    QTest::addColumn<bool>("parseWarning");
+
+    const QByteArray good = storedRaw("sid", "value-1");
+    const QStringList sid({QStringLiteral("sid")});
+    const QStringList none;
+
+    QTest::newRow("hand-built list") << iniWithStoredList(variantStream(listStream(23, 1, {good}))) << sid
+                                     << QStringList({QStringLiteral("value-1")}) << false;
+    QTest::newRow("other stream version") << iniWithStoredList(variantStream(listStream(22, 1, {good}))) << none
+                                          << none << false;
+    QTest::newRow("unknown type name")
+        << iniWithStoredList(variantStream(listStream(23, 1, {good}), "QList<QNetworkCookiX>")) << none << none
+        << false;
+    QTest::newRow("count beyond the content") << iniWithStoredList(variantStream(listStream(23, 5, {good}))) << sid
+                                              << QStringList({QStringLiteral("value-1")}) << false;
+    QTest::newRow("huge count, no content") << iniWithStoredList(variantStream(listStream(23, 0x7fffffff, {})))
+                                            << none << none << false;
+    QTest::newRow("negative count") << iniWithStoredList(variantStream(listStream(23, -1, {good}))) << none << none
+                                    << false;
+    QByteArray pastTheEnd;
+    QDataStream(&pastTheEnd, QIODevice::WriteOnly) << qint32(23) << qint32(1) << quint32(0x7ffffff0);
+    QTest::newRow("byte array longer than the stream") << iniWithStoredList(variantStream(pastTheEnd + "abc")) << none
+                                                       << none << false;
+    QByteArray cutInSecond = listStream(23, 2, {good, good});
+    cutInSecond.chop(good.size() / 2);
+    QTest::newRow("stream cut inside a cookie") << iniWithStoredList(variantStream(cutInSecond)) << sid
+                                                << QStringList({QStringLiteral("value-1")}) << false;
+    QTest::newRow("unparsable raw cookie") << iniWithStoredList(variantStream(listStream(23, 2, {"garbage", good})))
+                                           << sid << QStringList({QStringLiteral("value-1")}) << true;
+    QTest::newRow("value not a cyphertext")
+        << iniWithStoredList(variantStream(listStream(23, 1, {"sid=plain; path=/; domain=127.0.0.1"}))) << sid
+        << QStringList(QString()) << false;
+    SimpleCrypt otherKey(Q_UINT64_C(0x1122334455667788));
+    otherKey.setProtectionMode(SimpleCrypt::ProtectionHash);
+    const QByteArray foreignValue = otherKey.encryptToString(QByteArray("value-1").toBase64()).toUtf8();
+    QTest::newRow("value under another key")
+        << iniWithStoredList(variantStream(listStream(23, 1, {"sid=" + foreignValue + "; path=/; domain=127.0.0.1"})))
+        << sid << QStringList(QString()) << false;
+    QTest::newRow("plain text under the key") << QByteArray("[General]\n" + cookiesKey.toLatin1() + "=sid=1\n")
+                                              << none << none << false;
+    QByteArray binary;
+    for (int i = 0; i < 4096; ++i)
+        binary += char((i * 7919) % 251);
+    QTest::newRow("not an INI: binary") << binary << none << none << false;
+    QTest::newRow("not an INI: JSON") << QByteArray("{\"cookies\": [1, 2, 3]}\n") << none << none << false;
+    QTest::newRow("empty file") << QByteArray() << none << none << false;
+}
+
+void TestCookieJar::badFile()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QStringList, names);
+    QFETCH(QStringList, values);
+    QFETCH(bool, parseWarning);
+
+    QSettings().setValue(QStringLiteral("show-low-bat-alerts"), QStringLiteral("0"));
+    writeFile(cookieFile(), content);
+    if (parseWarning) {
+        const QString line = QStringLiteral("[Warn][cookiejar]CookieJar: Unable to parse saved cookie: garbage");
+        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QRegularExpression::escape(line)));
+    }
+
+    {
+        CookieJar jar;
+        const QList<QNetworkCookie> loaded = jar.cookiesForUrl(siteUrl);
+        QCOMPARE(namesOf(loaded), names);
+        QCOMPARE(valuesOf(loaded), values);
+    }
+    checkJarRecovers();
+    QCOMPARE(QSettings().value(QStringLiteral("show-low-bat-alerts")).toString(), QStringLiteral("0"));
+}
+
+void TestCookieJar::truncatedFile_data()
+{
+    QTest::addColumn<int>("keepPercent");
+    for (int percent : {0, 5, 20, 40, 60, 80, 95, 99})
+        QTest::newRow(qPrintable(QStringLiteral("%1%").arg(percent))) << percent;
+}
+
+void TestCookieJar::truncatedFile()
+{
+    QFETCH(int, keepPercent);
+
+    const QStringList savedNames({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
+    {
+        CookieJar jar;
+        jar.setAllowedCookies({QStringLiteral("allowed.example")});
+        for (const QString& name : savedNames)
+            QVERIFY(jar.setCookiesFromUrl({makeCookie(name.toLatin1(), "value-" + name.toLatin1(), 5)}, siteUrl));
+        saveNow(&jar);
+    }
+    const QByteArray whole = readFile(cookieFile());
+    writeFile(cookieFile(), whole.left(whole.size() * keepPercent / 100));
+
+    {
+        CookieJar jar;
+        // Whatever survives is one of the saved cookies, with its value or none at all.
+        for (const QNetworkCookie& cookie : jar.cookiesForUrl(siteUrl)) {
+            const QString name = QString::fromLatin1(cookie.name());
+            QVERIFY(savedNames.contains(name));
+            QVERIFY(cookie.value().isEmpty() || cookie.value() == "value-" + name.toLatin1());
+        }
+    }
+    checkJarRecovers();
+}
+
+void TestCookieJar::setters_data()
+{
+    QTest::addColumn<QByteArray>("property");
+    QTest::addColumn<QVariant>("value");
+    QTest::addColumn<bool>("saved");
+
+    const QStringList hosts({QStringLiteral("z.example"), QStringLiteral("a.example")});
+    QTest::newRow("accept policy unchanged") << QByteArray("acceptPolicy")
+                                             << QVariant(int(CookieJar::AcceptOnlyFromSitesNavigatedTo)) << false;
+    QTest::newRow("accept policy changed") << QByteArray("acceptPolicy") << QVariant(int(CookieJar::AcceptNever))
+                                           << true;
+    QTest::newRow("keep policy unchanged") << QByteArray("keepPolicy") << QVariant(int(CookieJar::KeepUntilExpire))
+                                           << false;
+    QTest::newRow("keep policy changed") << QByteArray("keepPolicy") << QVariant(int(CookieJar::KeepUntilTimeLimit))
+                                         << true;
+    QTest::newRow("blocked hosts") << QByteArray("blockedCookies") << QVariant(hosts) << true;
+    QTest::newRow("allowed hosts") << QByteArray("allowedCookies") << QVariant(hosts) << true;
+    QTest::newRow("session hosts") << QByteArray("allowForSessionCookies") << QVariant(hosts) << true;
+    QTest::newRow("empty list still saves") << QByteArray("blockedCookies") << QVariant(QStringList()) << true;
+}
+
+void TestCookieJar::setters()
+{
+    QFETCH(QByteArray, property);
+    QFETCH(QVariant, value);
+    QFETCH(bool, saved);
+
+    {
+        CookieJar jar;
+        QVERIFY(jar.setProperty(property.constData(), value));
+        if (value.type() == QVariant::StringList) {
+            QStringList sorted = value.toStringList();
+            sorted.sort();
+            QCOMPARE(jar.property(property.constData()).toStringList(), sorted);
+        } else {
+            QCOMPARE(jar.property(property.constData()).toInt(), value.toInt());
+        }
+    } // a pending save is written on destruction
+
+    QCOMPARE(QFile::exists(cookieFile()), saved);
+    if (!saved)
+        return;
+    // Written to the "cookies" group as names, never read back from there.
+    QSettings settings;
+    const QString acceptName = property == "acceptPolicy"
+        ? QStringLiteral("AcceptNever")
+        : QStringLiteral("AcceptOnlyFromSitesNavigatedTo");
+    QCOMPARE(settings.value(QStringLiteral("cookies/acceptCookies")).toString(), acceptName);
+    const QString keepName =
+        property == "keepPolicy" ? QStringLiteral("KeepUntilTimeLimit") : QStringLiteral("KeepUntilExpire");
+    QCOMPARE(settings.value(QStringLiteral("cookies/keepCookiesUntil")).toString(), keepName);
+    CookieJar reloaded;
+    QCOMPARE(reloaded.acceptPolicy(), CookieJar::AcceptOnlyFromSitesNavigatedTo);
+    QCOMPARE(reloaded.keepPolicy(), CookieJar::KeepUntilExpire);
+}
+
+void TestCookieJar::acceptance_data()
+{
+    QTest::addColumn<int>("policy");
+    QTest::addColumn<QStringList>("block");
+    QTest::addColumn<QStringList>("allow");
+    QTest::addColumn<QStringList>("allowSession");
+    QTest::addColumn<QString>("host");
+    QTest::addColumn<QString>("cookieDomain");
+    QTest::addColumn<bool>("stored");
+
+    const int always = CookieJar::AcceptAlways;
+    const int never = CookieJar::AcceptNever;
+    const int visited = CookieJar::AcceptOnlyFromSitesNavigatedTo;
+    const QStringList none;
+    const QStringList site({QStringLiteral("www.example.com")});
+    const QStringList parent({QStringLiteral("example.com")});
+    const QString host = QStringLiteral("www.example.com");
+
+    QTest::newRow("default, own host") << visited << none << none << none << host << QString() << true;
+    QTest::newRow("default, blocked host") << visited << site << none << none << host << QString() << false;
+    QTest::newRow("always, blocked host") << always << site << none << none << host << QString() << false;
+    QTest::newRow("default, blocked parent only") << visited << parent << none << none << host << QString() << true;
+    QTest::newRow("never") << never << none << none << none << host << QString() << false;
+    QTest::newRow("never, allowed host") << never << none << site << none << host << QString() << true;
+    QTest::newRow("never, session host") << never << none << none << site << host << QString() << true;
+    QTest::newRow("never, allowed parent only") << never << none << parent << none << host << QString() << false;
+    QTest::newRow("never, allowed and blocked") << never << site << site << none << host << QString() << true;
+    QTest::newRow("always, foreign domain forced in") << always << none << none << none << host
+                                                      << QStringLiteral(".other.org") << true;
+    QTest::newRow("default, foreign domain") << visited << none << none << none << host << QStringLiteral(".other.org")
+                                             << false;
+}
+
+void TestCookieJar::acceptance()
+{
+    QFETCH(int, policy);
+    QFETCH(QStringList, block);
+    QFETCH(QStringList, allow);
+    QFETCH(QStringList, allowSession);
+    QFETCH(QString, host);
+    QFETCH(QString, cookieDomain);
+    QFETCH(bool, stored);
+
+    CookieJar jar;
+    jar.setAcceptPolicy(CookieJar::AcceptPolicy(policy));
+    jar.setBlockedCookies(block);
+    jar.setAllowedCookies(allow);
+    jar.setAllowForSessionCookies(allowSession);
+    QSignalSpy changed(&jar, &CookieJar::cookiesChanged);
+
+    const QUrl url(QStringLiteral("http://") + host + QStringLiteral("/page"));
+    QCOMPARE(jar.setCookiesFromUrl({makeCookie("name", "value", 5, cookieDomain)}, url), stored);
+    QCOMPARE(changed.count(), stored ? 1 : 0);
+    CookieModel model(&jar);
+    QCOMPARE(model.rowCount(), stored ? 1 : 0);
+}
+
+void TestCookieJar::keepPolicyExpiry_data()
+{
+    QTest::addColumn<int>("policy");
+    QTest::addColumn<int>("expiresInDays");
+    QTest::addColumn<int>("keptDays");
+
+    QTest::newRow("until expire, far") << int(CookieJar::KeepUntilExpire) << 200 << 200;
+    QTest::newRow("time limit, far") << int(CookieJar::KeepUntilTimeLimit) << 200 << 90;
+    QTest::newRow("time limit, near") << int(CookieJar::KeepUntilTimeLimit) << 10 << 10;
+    QTest::newRow("time limit, session") << int(CookieJar::KeepUntilTimeLimit) << 0 << 0;
+}
+
+void TestCookieJar::keepPolicyExpiry()
+{
+    QFETCH(int, policy);
+    QFETCH(int, expiresInDays);
+    QFETCH(int, keptDays);
+
+    CookieJar jar;
+    jar.setKeepPolicy(CookieJar::KeepPolicy(policy));
+    QVERIFY(jar.setCookiesFromUrl({makeCookie("name", "value", expiresInDays)}, siteUrl));
+    const QNetworkCookie kept = jar.cookiesForUrl(siteUrl).value(0);
+    if (keptDays == 0) {
+        QVERIFY(kept.isSessionCookie());
+        return;
+    }
+    const qint64 expected = QDateTime::currentDateTimeUtc().addDays(keptDays).toSecsSinceEpoch();
+    QVERIFY(qAbs(kept.expirationDate().toSecsSinceEpoch() - expected) < 60);
+}
+
+void TestCookieJar::loadSettings_data()
+{
+    QTest::addColumn<QString>("group");
+    QTest::addColumn<QString>("accept");
+    QTest::addColumn<QString>("keep");
+    QTest::addColumn<int>("expectedAccept");
+    QTest::addColumn<int>("expectedKeep");
+
+    const int visited = CookieJar::AcceptOnlyFromSitesNavigatedTo;
+    const int expire = CookieJar::KeepUntilExpire;
+    QTest::newRow("nothing stored") << QString() << QString() << QString() << visited << expire;
+    QTest::newRow("digest group") << cookiesKey << QStringLiteral("AcceptAlways")
+                                  << QStringLiteral("KeepUntilTimeLimit") << int(CookieJar::AcceptAlways)
+                                  << int(CookieJar::KeepUntilTimeLimit);
+    QTest::newRow("unknown names") << cookiesKey << QStringLiteral("Sometimes") << QStringLiteral("Forever")
+                                   << visited << expire;
+    QTest::newRow("numbers are not names") << cookiesKey << QStringLiteral("1") << QStringLiteral("2") << visited
+                                           << expire;
+    QTest::newRow("group written by save is not read") << QStringLiteral("cookies") << QStringLiteral("AcceptNever")
+                                                        << QStringLiteral("KeepUntilExit") << visited << expire;
+    QTest::newRow("keep until exit empties the jar") << cookiesKey << QStringLiteral("AcceptNever")
+                                                     << QStringLiteral("KeepUntilExit") << int(CookieJar::AcceptNever)
+                                                     << int(CookieJar::KeepUntilExit);
+}
+
+void TestCookieJar::loadSettings()
+{
+    QFETCH(QString, group);
+    QFETCH(QString, accept);
+    QFETCH(QString, keep);
+    QFETCH(int, expectedAccept);
+    QFETCH(int, expectedKeep);
+
+    writeFile(cookieFile(), iniWithStoredList(variantStream(listStream(23, 1, {storedRaw("sid", "v")}))));
+    if (!group.isEmpty()) {
+        QSettings settings;
+        settings.setValue(group + QStringLiteral("/acceptCookies"), accept);
+        settings.setValue(group + QStringLiteral("/keepCookiesUntil"), keep);
+    }
+
+    CookieJar jar;
+    QSignalSpy changed(&jar, &CookieJar::cookiesChanged);
+    QCOMPARE(int(jar.acceptPolicy()), expectedAccept);
+    QCOMPARE(int(jar.keepPolicy()), expectedKeep);
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(jar.cookiesForUrl(siteUrl).size(), expectedKeep == CookieJar::KeepUntilExit ? 0 : 1);
+}
+
+void TestCookieJar::keepUntilExitEmptiesFileOnExit()
+{
+    QSettings().setValue(cookiesKey + QStringLiteral("/keepCookiesUntil"), QStringLiteral("KeepUntilExit"));
+    {
+        CookieJar jar;
+        QVERIFY(jar.setCookiesFromUrl({makeCookie("name", "value", 5)}, siteUrl));
+        QCOMPARE(jar.cookiesForUrl(siteUrl).size(), 1);
+    }
+    QSettings().remove(cookiesKey);
+    CookieJar reloaded;
+    QVERIFY(reloaded.cookiesForUrl(siteUrl).isEmpty());
+    QVERIFY(QFile::exists(cookieFile()));
+}
+
+void TestCookieJar::privateBrowsing()
+{
+    CookieJar jar;
+    QVERIFY(jar.setCookiesFromUrl({makeCookie("before", "1", 5)}, siteUrl));
+
+    QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, true);
+    QVERIFY(jar.cookiesForUrl(siteUrl).isEmpty());
+    QVERIFY(!jar.setCookiesFromUrl({makeCookie("during", "2", 5)}, siteUrl));
+
+    QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, false);
+    QCOMPARE(namesOf(jar.cookiesForUrl(siteUrl)), QStringList(QStringLiteral("before")));
+}
+
+void TestCookieJar::savePurgesBeforeWriting()
+{
+    CookieJar jar;
+    // Only the accept-always rule lets an already expired cookie into the jar.
+    jar.setAcceptPolicy(CookieJar::AcceptAlways);
+    QVERIFY(jar.setCookiesFromUrl({makeCookie("live", "1", 5), makeCookie("dead", "2", -1)}, siteUrl));
+    CookieModel model(&jar);
+    QCOMPARE(model.rowCount(), 2);
+
+    QList<bool> fileExistedAtSignal;
+    connect(&jar, &CookieJar::cookiesChanged, this,
+            [&fileExistedAtSignal] { fileExistedAtSignal << QFile::exists(cookieFile()); });
+    saveNow(&jar);
+    QCOMPARE(fileExistedAtSignal, QList<bool>({false}));
+    QCOMPARE(model.rowCount(), 1);
+
+    saveNow(&jar); // nothing left to purge: no signal
+    QCOMPARE(fileExistedAtSignal.size(), 1);
+    CookieJar reloaded;
+    QCOMPARE(namesOf(reloaded.cookiesForUrl(siteUrl)), QStringList(QStringLiteral("live")));
+}
+
+void TestCookieJar::autoSaverTiming_data()
+{
+    QTest::addColumn<int>("changeIntervalMs");
+    QTest::addColumn<bool>("insideChange");
+    QTest::addColumn<int>("earliestMs");
+
+    // One change: saved by the timer, the save delay after it.
+    QTest::newRow("single change") << 0 << false << AutoSaver::saveDelayMs * 95 / 100;
+    // A steady stream: the first change after the longest wait saves at once.
+    QTest::newRow("steady stream") << 400 << true << AutoSaver::longestWaitMs;
+}
+
+void TestCookieJar::autoSaverTiming()
+{
+    QFETCH(int, changeIntervalMs);
+    QFETCH(bool, insideChange);
+    QFETCH(int, earliestMs);
+
+    SaveRecorder recorder;
+    auto* saver = new AutoSaver(&recorder);
+    auto change = [&recorder, saver] {
+        recorder.inChange = true;
+        saver->changeOccurred();
+        recorder.inChange = false;
+    };
+    QTimer stream;
+    if (changeIntervalMs > 0) {
+        connect(&stream, &QTimer::timeout, this, change);
+        stream.start(changeIntervalMs);
+    }
+    recorder.clock.start();
+    change();
+
+    QTRY_COMPARE_WITH_TIMEOUT(recorder.savedAt.size(), 1, 10000);
+    stream.stop();
+    QCOMPARE(recorder.savedInsideChange.value(0), insideChange);
+    QVERIFY2(recorder.savedAt.value(0) >= earliestMs, qPrintable(QString::number(recorder.savedAt.value(0))));
+
+    saver->saveIfNecessary(); // nothing pending
+    QCOMPARE(recorder.savedAt.size(), 1);
+}
+
+void TestCookieJar::autoSaverWarnings()
+{
+    const QString prefix = QStringLiteral("\\[Warn\\]\\[autosaver\\]");
+    QObject noSaveSlot;
+    auto* saver = new AutoSaver(&noSaveSlot);
+    saver->changeOccurred();
+    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(prefix + QRegularExpression::escape(QStringLiteral(
+        "[saveIfNecessary] - AutoSaver: error invoking slot save() on parent"))));
+    saver->saveIfNecessary();
+
+    saver->changeOccurred();
+    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(prefix + QRegularExpression::escape(QStringLiteral(
+        "[destructor] - AutoSaver: still active when destroyed, changes not saved."))));
+    delete saver;
+}
+
+void TestCookieJar::cookieModel()
+{
+    CookieJar jar;
+    QNetworkCookie secure = makeCookie("second", "two", 3);
+    secure.setSecure(true);
+    QVERIFY(jar.setCookiesFromUrl({makeCookie("first", "one", 3), secure, makeCookie("third", "three")}, siteUrl));
+
+    CookieModel model(&jar);
+    const QStringList headers({QStringLiteral("Website"), QStringLiteral("Name"), QStringLiteral("Path"),
+                               QStringLiteral("Secure"), QStringLiteral("Expires"), QStringLiteral("Contents")});
+    QCOMPARE(model.columnCount(), headers.size());
+    for (int column = 0; column < headers.size(); ++column) {
+        QCOMPARE(model.headerData(column, Qt::Horizontal).toString(), headers.at(column));
+        QVERIFY(model.headerData(column, Qt::Horizontal, Qt::SizeHintRole).toSize().width() > 0);
+    }
+
+    QCOMPARE(model.rowCount(), 3);
+    QCOMPARE(model.rowCount(model.index(0, 0)), 0);
+    int row = 0;
+    while (row < model.rowCount() && model.index(row, CookieModel::NameColumn).data().toByteArray() != "second")
+        ++row;
+    QCOMPARE(model.index(row, CookieModel::WebsiteColumn).data().toString(), QStringLiteral("127.0.0.1"));
+    QCOMPARE(model.index(row, CookieModel::NameColumn).data().toByteArray(), QByteArray("second"));
+    QCOMPARE(model.index(row, CookieModel::PathColumn).data().toString(), QStringLiteral("/"));
+    QCOMPARE(model.index(row, CookieModel::SecureColumn).data().toBool(), true);
+    QCOMPARE(model.index(row, CookieModel::ExpiresColumn).data().toDateTime(), secure.expirationDate());
+    QCOMPARE(model.index(row, CookieModel::ContentsColumn).data().toByteArray(), QByteArray("two"));
+
+    QVERIFY(!model.removeRows(2, 2));
+    QVERIFY(model.removeRows(0, 2));
+    QCOMPARE(model.rowCount(), 1);
+    QCOMPARE(namesOf(jar.cookiesForUrl(siteUrl)).size(), 1);
+
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    jar.clear();
+    QCOMPARE(reset.count(), 1);
+    QCOMPARE(model.rowCount(), 0);
+}
+
+QTEST_MAIN(TestCookieJar)
+
+#include "tst_cookiejar.moc"
