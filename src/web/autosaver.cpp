@@ -17,7 +17,8 @@ AutoSaver::AutoSaver(QObject* parent)
 AutoSaver::~AutoSaver()
 {
     if (mTimer.isActive())
-        Logger::Warn(logModule, QStringLiteral("[destructor] - AutoSaver: still active when destroyed, changes not saved."));
+        Logger::Warn(
+            logModule, QStringLiteral("[destructor] - AutoSaver: still active when destroyed, changes not saved."));
 }
 
 void AutoSaver::changeOccurred()
