@@ -40,7 +40,8 @@ QT_WARNING_POP
 
 SimpleCrypt* makeSharedCipher()
 {
-    // Base 64 is outside what toULongLong supports; whatever it returns is the key, by design.
+    // Base 64 is outside what toULongLong supports; whatever it returns is the key that every stored
+    // cookie value was enciphered with, so it stays a run-time call.
     const quint64 key = QStringLiteral("Kestrelgap482").toULongLong(nullptr, 64);
     return new SimpleCrypt(key);
 }
