@@ -1,0 +1,142 @@
+#include "startup.h"
+
+#include <QApplication>
+#include <QDateTime>
+#include <QGraphicsWebView>
+#include <QIcon>
+#include <QWebInspector>
+#include <QWebPage>
+#include <QWebSettings>
+
+#include "core/logger.h"
+#include "core/servicehost.h"
+#include "core/upgradecleanup.h"
+#include "core/windowholders.h"
+#include "desktop/mainwindow.h"
+#include "qtsingleapplication/qtsingleapplication.h"
+#include "web/indexwindow.h"
+
+namespace {
+const QString logModule = QStringLiteral("main");
+const char extraArgumentText[] = "-platform windows:dipawareness=0";
+
+QString joined(int argc, char** argv)
+{
+    QString text;
+    for (int i = 0; i < argc; ++i)
+        text += QString::fromLocal8Bit(argv[i]);
+    return text;
+}
+}
+
+const char* Startup::extraArgument()
+{
+    return extraArgumentText;
+}
+
+char** Startup::rewriteArguments(int argc, char** argv, int& newArgc)
+{
+    char** newArgv = new char*[argc + 1];
+    newArgc = 0;
+    if (argc > 0) {
+        for (int i = 0; i < argc; ++i)
+            newArgv[i] = argv[i];
+        newArgc = argc;
+    }
+    Logger::Info(logModule, QStringLiteral("[main] - newArgc=") + QString::number(newArgc));
+    // One element, blank and all; the platform plug-in may ignore it.
+    newArgv[newArgc] = const_cast<char*>(extraArgumentText);
+    ++newArgc;
+    Logger::Info(logModule, QStringLiteral("[main] - newArgc=") + QString::number(newArgc));
+    Logger::Info(logModule, QStringLiteral("[main] - newArgv=") + joined(newArgc, newArgv));
+    return newArgv;
+}
+
+Startup::LaunchDecision Startup::decideLaunch(const QString& tsLastLaunch, const QString& startOnLaunch)
+{
+    LaunchDecision decision;
+    decision.removeStartOnLaunch = !startOnLaunch.isEmpty();
+    decision.firstLaunch = tsLastLaunch.isEmpty() && startOnLaunch.isEmpty();
+    return decision;
+}
+
+void Startup::setUpTextCipher()
+{
+    // The shared cookie cipher is configured here once the cookie store exists.
+}
+
+void Startup::showTrayIcon(bool /*firstLaunch*/)
+{
+    // The tray icon, and start-at-login on a first launch, join here once they exist.
+}
+
+void Startup::showHackWindow()
+{
+    // The hidden helper window is shown here once the popup windows exist.
+}
+
+int Startup::run(int argc, char** argv)
+{
+    Logger::Info(logModule, QStringLiteral("[main] - attempting to launch app"));
+    Logger::Info(logModule, QStringLiteral("[main] - argc=") + QString::number(argc));
+    Logger::Info(logModule, QStringLiteral("[main] - argv=") + joined(argc, argv));
+
+    int newArgc = 0;
+    char** newArgv = rewriteArguments(argc, argv, newArgc);
+
+    auto* app = new QtSingleApplication(QStringLiteral("Kestrelgap"), newArgc, newArgv);
+    if (app->sendMessage(QStringLiteral("Wake up"), 5000)) {
+        delete app;
+        return 0;
+    }
+    Logger::Debug(logModule, QStringLiteral("[main] - id=") + app->id());
+
+    setUpTextCipher();
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setWindowIcon(QIcon(QStringLiteral("kestrelgap.iconset/icon_512x512.png")));
+    QCoreApplication::setOrganizationName(QStringLiteral("Kestrelgap"));
+    QCoreApplication::setOrganizationDomain(ServiceHost::bareHost());
+    QCoreApplication::setApplicationName(QStringLiteral("Kestrelgap"));
+
+    doUpgradeCleanup();
+    Logger::Info(logModule, QStringLiteral("[main] - application path=") + QCoreApplication::applicationDirPath());
+
+    int result = 0;
+    {
+        MainWindow mainWindow;
+        mainWindow.showInitialWindow();
+        mainWindowHolder::set(&mainWindow);
+        IndexWindow* indexWindow = indexWindowHolder::get();
+
+        if (Logger::isDebugCodeValid()) {
+            Logger::Debug(logModule, QStringLiteral("[main] - show webinspect"));
+            QWebPage* page = indexWindow->webView()->page();
+            page->settings()->setAttribute(QWebSettings::DeveloperExtrasEnabled, true);
+            auto* inspector = new QWebInspector();
+            inspector->setPage(page);
+        }
+
+        const QString startOnLaunch = indexWindow->getSetting(QStringLiteral("start-on-launch"), QString());
+        const QString tsLastLaunch = indexWindow->getSetting(QStringLiteral("ts-last-launch"), QString());
+        Logger::Debug(logModule, QStringLiteral("[main] - startOnLaunch=") + startOnLaunch);
+        Logger::Debug(logModule, QStringLiteral("[main] - tsLastLaunch=") + tsLastLaunch);
+        const LaunchDecision decision = decideLaunch(tsLastLaunch, startOnLaunch);
+        if (decision.removeStartOnLaunch)
+            indexWindow->removeSetting(QStringLiteral("start-on-launch"));
+
+        showTrayIcon(decision.firstLaunch);
+        showHackWindow();
+        mainWindow.activateWindow();
+        indexWindow->webView()->setFocus(Qt::MouseFocusReason);
+        QApplication::setActiveWindow(mainWindowHolder::get());
+
+        QObject::connect(app, SIGNAL(messageReceived(const QString&)), &mainWindow, SLOT(messageReceived(const QString&)));
+        QObject::connect(app, SIGNAL(aboutToQuit()), &mainWindow, SLOT(aboutToQuit()));
+
+        docleanup();
+        indexWindow->setSetting(QStringLiteral("ts-last-launch"), QDateTime::currentDateTime().toString(Qt::TextDate));
+        result = QApplication::exec();
+    }
+    delete app;
+    return result;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QString>
+
+// The program's start-up sequence, kept out of main() so its decisions can be tested.
+class Startup
+{
+public:
+    // Returns a new array of argc + 1 pointers (no terminating null): argv[0..argc-1], then the
+    // one-element platform argument. newArgc receives the new count.
+    static char** rewriteArguments(int argc, char** argv, int& newArgc);
+
+    static const char* extraArgument();
+
+    // First launch only when neither key has a value. A "start-on-launch" leftover with any value
+    // must be removed, and also proves an earlier launch.
+    struct LaunchDecision {
+        bool firstLaunch;
+        bool removeStartOnLaunch;
+    };
+    static LaunchDecision decideLaunch(const QString& tsLastLaunch, const QString& startOnLaunch);
+
+    static int run(int argc, char** argv);
+
+private:
+    static void setUpTextCipher();
+    static void showTrayIcon(bool firstLaunch);
+    static void showHackWindow();
+};
