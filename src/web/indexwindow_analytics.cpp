@@ -19,6 +19,10 @@ void IndexWindow::logGoogleAnalyticsEvent(QString eventName, QString eventLabel)
 
 void IndexWindow::logKissMetricsEvent(QString eventName, QJsonObject* json)
 {
+    // A page may pass null where native callers always pass an object.
+    QJsonObject empty;
+    if (!json)
+        json = &empty;
     json->insert(QStringLiteral("os"), QStringLiteral("pc"));
     QStringList entries;
     const QStringList keys = json->keys();

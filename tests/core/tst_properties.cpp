@@ -2,12 +2,15 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QImage>
+#include <QResource>
 #include <QSettings>
 #include <QtTest>
 
 #include "core/logger.h"
 #include "core/properties.h"
 #include "platform/osversion.h"
+#include "resourceinit.h"
 
 using StringMap = QMap<QString, QString>;
 Q_DECLARE_METATYPE(StringMap)
@@ -70,6 +73,10 @@ private slots:
     void parse_data();
     void parse();
     void missingKeyGivesEmptyText();
+    void shippedProperties_data();
+    void shippedProperties();
+    void resourceTree_data();
+    void resourceTree();
 
 private:
     FakeOsVersion mFake;
@@ -77,6 +84,7 @@ private:
 
 void TestProperties::initTestCase()
 {
+    kestrelgapInitResources();
     // The log file's folder; the gate is opened per test so the parsed version can be read back.
     QVERIFY(QDir().mkpath(QFileInfo(Logger::logFilePath()).path()));
 }
@@ -244,6 +252,106 @@ void TestProperties::missingKeyGivesEmptyText()
     const QString value = Properties::getInstance()->getValue(QStringLiteral("no-such-key"));
     QVERIFY(value.isEmpty());
     QVERIFY(!value.isNull());
+}
+
+void TestProperties::shippedProperties_data()
+{
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+
+    QTest::newRow("version") << "version" << "2.89";
+    QTest::newRow("keys are case-sensitive") << "Version" << "";
+    QTest::newRow("whole line is not a key") << "version=2.89" << "";
+    QTest::newRow("empty key") << "" << "";
+}
+
+void TestProperties::shippedProperties()
+{
+    QFETCH(QString, key);
+    QFETCH(QString, value);
+    QCOMPARE(Properties::getInstance()->getValue(key), value);
+}
+
+void TestProperties::resourceTree_data()
+{
+    QTest::addColumn<QString>("path");
+    // The text's bytes (a required part, for the hand-over scripts); empty for images and sounds,
+    // which are checked by their format.
+    QTest::addColumn<QByteArray>("content");
+
+    QTest::newRow("properties") << ":/properties/kestrelgap.properties" << QByteArray("version=2.89\r\n");
+    QTest::newRow("qt.conf") << ":/etc/qt.conf"
+                             << QByteArray("[Platform]\n# WindowsArguments = -platform windows:dpiawareness=1\n");
+    QTest::newRow("start-at-login helper") << ":/scripts/scripts/startup.bat"
+                                           << QByteArray("start /D %1 Kestrelgap.exe\r\n");
+    // The hand-over scripts are long; each must at least end the running client.
+    QTest::newRow("update hand-over") << ":/scripts/scripts/install_update.bat" << QByteArray("taskkill /F /PID %PID%");
+    QTest::newRow("update hand-over, shell form") << ":/scripts/install_update.sh" << QByteArray("kill -9 \"$PID\"");
+    for (const char* image : {"icon_128x128.png", "icon_black_play_arrow.png", "compose_new.png",
+             "popup_menu_logo.png", "icon-charging-blue.png", "teal_phone_dialer_logo2.png", "teal_pnlv_logo.png",
+             "icon_black_volume_up.png", "icon_help.png", "send_link.png", "teal_phone_dialer_logo.png",
+             "text_bubble.png"})
+        QTest::newRow(image) << QStringLiteral(":/images/kestrelgap.iconset/") + QLatin1String(image) << QByteArray();
+    for (const char* sound : {"ping", "proxima", "spring", "pillsbury", "tink", "yeah", "catch"})
+        QTest::newRow(sound) << QStringLiteral(":/sounds/sounds/%1.wav").arg(QLatin1String(sound)) << QByteArray();
+}
+
+void TestProperties::resourceTree()
+{
+    QFETCH(QString, path);
+    QFETCH(QByteArray, content);
+
+    QResource resource(path);
+    QVERIFY2(resource.isValid(), qPrintable(path));
+    // Stored as they are, so a sound player or script runner can take the bytes straight.
+    QCOMPARE(resource.compressionAlgorithm(), QResource::NoCompression);
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray bytes = file.readAll();
+    QVERIFY(!bytes.isEmpty());
+
+    if (path.contains(QLatin1String("install_update"))) {
+        QVERIFY(bytes.contains(content));
+    } else if (!content.isEmpty()) {
+        QCOMPARE(bytes, content);
+    } else if (path.endsWith(QLatin1String(".png"))) {
+        const QImage image = QImage::fromData(bytes, "PNG");
+        QVERIFY(!image.isNull());
+        QCOMPARE(image.width(), image.height());
+        QVERIFY(image.hasAlphaChannel());
+        if (path.endsWith(QLatin1String("icon_128x128.png")))
+            QCOMPARE(image.width(), 128);
+    } else if (path.endsWith(QLatin1String(".wav"))) {
+        // A plain PCM file every player reads: RIFF, "fmt " first, then "data"; a short chime.
+        QVERIFY(bytes.size() > 44);
+        QCOMPARE(bytes.left(4), QByteArray("RIFF"));
+        QCOMPARE(bytes.mid(8, 8), QByteArray("WAVEfmt "));
+        QDataStream in(bytes);
+        in.setByteOrder(QDataStream::LittleEndian);
+        in.skipRawData(4);
+        quint32 riffSize = 0;
+        in >> riffSize;
+        QCOMPARE(qint64(riffSize) + 8, qint64(bytes.size()));
+        in.skipRawData(12);
+        quint16 format = 0, channels = 0, bitsPerSample = 0, blockAlign = 0;
+        quint32 sampleRate = 0, byteRate = 0;
+        in >> format >> channels >> sampleRate >> byteRate >> blockAlign >> bitsPerSample;
+        QCOMPARE(format, quint16(1));
+        QVERIFY(channels == 1 || channels == 2);
+        QVERIFY(sampleRate >= 8000 && sampleRate <= 48000);
+        QCOMPARE(byteRate, sampleRate * blockAlign);
+        const int dataAt = bytes.indexOf("data", 36);
+        QVERIFY(dataAt >= 36);
+        QDataStream data(bytes.mid(dataAt + 4, 4));
+        data.setByteOrder(QDataStream::LittleEndian);
+        quint32 dataSize = 0;
+        data >> dataSize;
+        QCOMPARE(qint64(dataSize), qint64(bytes.size() - dataAt - 8));
+        const double seconds = double(dataSize) / byteRate;
+        QVERIFY2(seconds >= 0.05 && seconds <= 2.0, qPrintable(QString::number(seconds)));
+    } else {
+        QFAIL("row without a check");
+    }
 }
 
 QTEST_GUILESS_MAIN(TestProperties)
