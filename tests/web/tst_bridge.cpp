@@ -203,8 +203,6 @@ private slots:
     void cleanupTestCase();
 
     void publishedSurfaceIsTheSlotTable();
-    void builtSlotIsPublished_data();
-    void builtSlotIsPublished();
 
     void analyticsFromPage_data();
     void analyticsFromPage();
@@ -299,28 +297,16 @@ void TestBridge::publishedSurfaceIsTheSlotTable()
     }
     QCOMPARE(meta->propertyCount(), meta->propertyOffset());
     QCOMPARE(meta->enumeratorCount(), meta->enumeratorOffset());
-}
 
-void TestBridge::builtSlotIsPublished_data()
-{
-    QTest::addColumn<QByteArray>("signature");
-    for (const SlotRow& row : builtSlots)
-        QTest::newRow(row.signature) << QByteArray(row.signature);
-}
-
-void TestBridge::builtSlotIsPublished()
-{
-    QFETCH(QByteArray, signature);
-    const int index = IndexWindow::staticMetaObject.indexOfMethod(signature.constData());
-    QVERIFY(index >= IndexWindow::staticMetaObject.methodOffset());
-    const QMetaMethod method = IndexWindow::staticMetaObject.method(index);
-    QCOMPARE(method.methodType(), QMetaMethod::Slot);
-    QCOMPARE(method.access(), QMetaMethod::Public);
-
-    // And the page sees it under its bare name.
-    const QString name = QString::fromLatin1(method.name());
-    QCOMPARE(callFromPage(mIndexWindow, QStringLiteral("typeof qtIndexWindow.") + name),
-        QStringLiteral("ok:string:function"));
+    // What is built is there, as a public slot, and the page sees it under its bare name.
+    for (const SlotRow& row : builtSlots) {
+        const int index = meta->indexOfMethod(row.signature);
+        QVERIFY2(index >= meta->methodOffset(), row.signature);
+        const QMetaMethod method = meta->method(index);
+        QVERIFY2(method.methodType() == QMetaMethod::Slot && method.access() == QMetaMethod::Public, row.signature);
+        QCOMPARE(callFromPage(mIndexWindow, QStringLiteral("typeof qtIndexWindow.") + QLatin1String(method.name())),
+            QStringLiteral("ok:string:function"));
+    }
 }
 
 void TestBridge::analyticsFromPage_data()
@@ -341,28 +327,16 @@ void TestBridge::analyticsFromPage_data()
     QTest::newRow("google, no label")
         << "qtIndexWindow.logGoogleAnalyticsEvent('quit-kg-qt')" << QStringList{ga("quit-kg-qt", "pc")}
         << QStringList{gaSeen("quit-kg-qt", "pc")};
-    QTest::newRow("google, empty label")
-        << "qtIndexWindow.logGoogleAnalyticsEvent('minimize-app-qt', '')" << QStringList{ga("minimize-app-qt", "pc")}
-        << QStringList{gaSeen("minimize-app-qt", "pc")};
     QTest::newRow("google, os label keeps its -pc")
         << "qtIndexWindow.logGoogleAnalyticsEvent('qt-os-info', 'WIN10-OR-OTHER-pc')"
         << QStringList{ga("qt-os-info", "WIN10-OR-OTHER-pc")} << QStringList{gaSeen("qt-os-info", "WIN10-OR-OTHER-pc")};
     QTest::newRow("google, label without -pc unchanged")
         << "qtIndexWindow.logGoogleAnalyticsEvent('zoom-in-window-qt', 'view-menu')"
         << QStringList{ga("zoom-in-window-qt", "view-menu")} << QStringList{gaSeen("zoom-in-window-qt", "view-menu")};
-    QTest::newRow("google, label PC in capitals unchanged")
-        << "qtIndexWindow.logGoogleAnalyticsEvent('e', 'PC')" << QStringList{ga("e", "PC")}
-        << QStringList{gaSeen("e", "PC")};
-    QTest::newRow("google, blank label is not empty")
-        << "qtIndexWindow.logGoogleAnalyticsEvent('e', ' ')" << QStringList{ga("e", " ")}
-        << QStringList{gaSeen("e", " ")};
     QTest::newRow("percent markers in the name stay")
         << "qtIndexWindow.logGoogleAnalyticsEvent('100%-%2-%1', 'k-icon')"
         << QStringList{QStringLiteral("_gaq.push( ['_trackEvent','WebApp', '100%-%2-%1', 'k-icon'] );")}
         << QStringList{QStringLiteral("_gaq [\"_trackEvent\",\"WebApp\",\"100%-%2-%1\",\"k-icon\"]")};
-    QTest::newRow("percent markers in the label stay")
-        << "qtIndexWindow.logGoogleAnalyticsEvent('e', '%1%')"
-        << QStringList{ga("e", "%1%")} << QStringList{gaSeen("e", "%1%")};
     QTest::newRow("kiss, default object")
         << "qtIndexWindow.logKissMetricsEvent('check-for-updates-qt')"
         << QStringList{kmOs.arg("check-for-updates-qt")} << QStringList{kmOsSeen.arg("check-for-updates-qt")};
@@ -411,7 +385,6 @@ void TestBridge::kissMetricsObjectText_data()
     QTest::newRow("values that aren't text are empty")
         << QByteArray(R"({"n":5,"b":true,"o":{"x":"y"},"l":["a"],"z":null})")
         << "{'b':'', 'l':'', 'n':'', 'o':'', 'os':'pc', 'z':''}";
-    QTest::newRow("empty key") << QByteArray(R"({"":"v"})") << "{'':'v', 'os':'pc'}";
 }
 
 void TestBridge::kissMetricsObjectText()
@@ -426,11 +399,9 @@ void TestBridge::kissMetricsObjectText()
     QCOMPARE(trackerScripts(),
         QStringList{QStringLiteral("_kmq.push( ['record', 'user-prompted-to-install-update-qt', %1] );").arg(objectText)});
     // The page gets the same object, keys in the same order.
-    const QStringList received = pageCalls(mIndexWindow);
-    QCOMPARE(received.size(), 1);
-    const QJsonArray command = QJsonDocument::fromJson(received.first().mid(5).toUtf8()).array();
-    QCOMPARE(command.at(0).toString(), QStringLiteral("record"));
-    QCOMPARE(command.at(2).toObject().keys(), object.keys());
+    const QString seen = QString(objectText).replace(QLatin1String(", '"), QLatin1String(",'")).replace('\'', '"');
+    QCOMPARE(pageCalls(mIndexWindow),
+        QStringList{QStringLiteral("_kmq [\"record\",\"user-prompted-to-install-update-qt\",%1]").arg(seen)});
 }
 
 void TestBridge::trackerCallsOnPageWithoutTrackers()
@@ -551,10 +522,6 @@ void TestBridge::pageCallsAndAnswers_data()
     QTest::newRow("hidden main window is not focused") << "qtIndexWindow.isMainWindowFocused()" << "ok:boolean:false";
     QTest::newRow("setting default") << "qtIndexWindow.getSetting('bridge-absent', 'fallback')"
                                      << "ok:string:fallback";
-    QTest::newRow("setting round trip")
-        << "qtIndexWindow.setSetting('bridge-key', 'v'), qtIndexWindow.getSetting('bridge-key', 'd')" << "ok:string:v";
-    QTest::newRow("number where text is expected is converted")
-        << "qtIndexWindow.getApplicationProperty(42)" << "ok:string:";
     QTest::newRow("dock badge is accepted") << "qtIndexWindow.setDockIconUnreadcount(7)" << "ok:undefined:undefined";
     // Calls the bridge can't convert aren't entered; the page sees an error.
     QTest::newRow("missing argument") << "qtIndexWindow.setDockIconUnreadcount()" << "error";
@@ -562,7 +529,8 @@ void TestBridge::pageCallsAndAnswers_data()
     QTest::newRow("unknown slot") << "qtIndexWindow.noSuchSlot()" << "error";
     // The bridge hands a null object pointer through; native callers never pass one.
     QTest::newRow("kiss event without an object")
-        << "qtIndexWindow.logKissMetricsEvent('e', null)" << "ok:undefined:undefined";
+        << "qtIndexWindow.logKissMetricsEvent('e', null), window.calls.join()"
+        << "ok:string:_kmq [\"record\",\"e\",{\"os\":\"pc\"}]";
 }
 
 void TestBridge::pageCallsAndAnswers()
@@ -572,9 +540,6 @@ void TestBridge::pageCallsAndAnswers()
 
     mMainWindow->hide();
     QCOMPARE(callFromPage(mIndexWindow, call), answer);
-    // Nothing the page passed has broken link routing.
-    mIndexWindow->linkClicked(QUrl(QStringLiteral("https://unlisted.example/")));
-    QCOMPARE(mBrowser.opened, QList<QUrl>{QUrl(QStringLiteral("https://unlisted.example/"))});
 }
 
 void TestBridge::pageLogging_data()
@@ -588,9 +553,6 @@ void TestBridge::pageLogging_data()
                           << "[renderThread] - ten threads";
     QTest::newRow("error") << "qtIndexWindow.logError('sendText', 'timed out')" << "Error"
                            << "[sendText] - timed out";
-    QTest::newRow("empty method") << "qtIndexWindow.logInfo('', 'x')" << "Info" << "[] - x";
-    QTest::newRow("non-ASCII message") << "qtIndexWindow.log('caf\\u00e9 \\u2713')" << "Info"
-                                       << QStringLiteral("[log] - caf\u00e9 \u2713");
 }
 
 void TestBridge::pageLogging()
@@ -625,22 +587,15 @@ void TestBridge::linkRouting_data()
     listed.body = R"({"urls":[{"url":"%HOST%/friendly"}]})";
     HttpServer::Reply emptyEntry;
     emptyEntry.body = R"({"urls":[{"note":"no url"}]})";
-    HttpServer::Reply malformed;
-    malformed.body = R"({"urls":[{"url":"/land"})";
 
     // %SIGNIN% is the sign-in host of the build; carrying it in a query keeps the load on this machine.
     QTest::newRow("failed fetch, built-in in force") << failed << false << "/land?next=%SIGNIN%/ServiceLogin" << true;
-    QTest::newRow("failed fetch, other built-in") << failed << false << "/land?next=%SIGNIN%/AccountChooser" << true;
     QTest::newRow("failed fetch, built-in in capitals") << failed << false << "/land?next=%SIGNIN%/SERVICELOGIN"
                                                         << false;
     QTest::newRow("failed fetch, unlisted") << failed << false << "/land" << false;
     QTest::newRow("fetched entry") << listed << true << "/friendly/page" << true;
-    QTest::newRow("fetched entry, path in capitals") << listed << true << "/Friendly/page" << false;
     QTest::newRow("fetched list, unlisted path") << listed << true << "/land" << false;
-    QTest::newRow("fetched list, built-in still in force") << listed << true << "/land?next=%SIGNIN%/ServiceLogin"
-                                                           << true;
     QTest::newRow("entry without url opens everything") << emptyEntry << true << "/land" << true;
-    QTest::newRow("malformed list adds nothing") << malformed << true << "/land" << false;
 }
 
 void TestBridge::linkRouting()
@@ -658,7 +613,6 @@ void TestBridge::linkRouting()
     const QByteArray page("<html><body><p>landed</p></body></html>");
     server.serve(QStringLiteral("/land"), page, "text/html");
     server.serve(QStringLiteral("/friendly/page"), page, "text/html");
-    server.serve(QStringLiteral("/Friendly/page"), page, "text/html");
     ContainerAllowedUrls::setDocumentUrlForTests(server.url(listPath));
 
     QWidget parent;
