@@ -15,6 +15,7 @@
 #include "desktop/mainwindow.h"
 #include "qtsingleapplication/qtsingleapplication.h"
 #include "web/indexwindow.h"
+#include "web/simplecrypt.h"
 
 namespace {
 const QString logModule = QStringLiteral("main");
@@ -62,7 +63,8 @@ Startup::LaunchDecision Startup::decideLaunch(const QString& tsLastLaunch, const
 
 void Startup::setUpTextCipher()
 {
-    // The shared cookie cipher is configured here once the cookie store exists.
+    // Every cookie value this program writes is in the hash form; the cipher was made before main().
+    SimpleCrypt::setUpShared();
 }
 
 void Startup::showTrayIcon(bool /*firstLaunch*/)
