@@ -2,14 +2,11 @@
 
 #include <QLocalSocket>
 #include <QProcess>
-#include <QScopeGuard>
 #include <QTemporaryDir>
 
-#include <atomic>
 #include <memory>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -144,7 +141,6 @@ private slots:
     void lockReleased_data();
     void lockReleased();
     void lockOutlivesOtherHandles();
-    void blockingLockWaitsForHolder();
 
     void names_data();
     void names();
@@ -299,33 +295,6 @@ void TestSingleInstance::lockOutlivesOtherHandles()
     QVERIFY(contender.open(QIODevice::ReadWrite));
     QVERIFY(!contender.lock(QtLockedFile::WriteLock, false));
     QVERIFY(holder.isLocked());
-}
-
-void TestSingleInstance::blockingLockWaitsForHolder()
-{
-    const QString path = tempFile(QStringLiteral("blocking"));
-    QtLockedFile holder(path);
-    QtLockedFile waiter(path);
-    QVERIFY(holder.open(QIODevice::ReadWrite));
-    QVERIFY(waiter.open(QIODevice::ReadWrite));
-    QVERIFY(holder.lock(QtLockedFile::WriteLock, false));
-
-    std::atomic<int> result { -1 };
-    std::thread blocked([&]() { result = waiter.lock(QtLockedFile::WriteLock, true) ? 1 : 0; });
-    // A failed check below must not leave the thread blocked for ever.
-    auto release = qScopeGuard([&]() {
-        holder.unlock();
-        if (blocked.joinable())
-            blocked.join();
-    });
-    // Nothing signals "now blocked in the kernel"; give it time to get there.
-    QTest::qWait(300);
-    QCOMPARE(result.load(), -1);
-
-    QVERIFY(holder.unlock());
-    blocked.join();
-    QCOMPARE(result.load(), 1);
-    QCOMPARE(waiter.lockMode(), QtLockedFile::WriteLock);
 }
 
 void TestSingleInstance::names_data()
@@ -601,8 +570,6 @@ void TestSingleInstance::brokenClients_data()
         << (lengthPrefix(0x7fffffffu) + "abc") << false << QByteArray() << QStringList(QStringLiteral("abc"));
     QTest::newRow("all-ones length")
         << (lengthPrefix(0xffffffffu) + "abc") << false << QByteArray() << QStringList(QStringLiteral("abc"));
-    // The receiver gives such a client 30 seconds, then drops it.
-    QTest::newRow("half a length, then waits") << halfLength << true << QByteArray() << QStringList();
 }
 
 void TestSingleInstance::brokenClients()
