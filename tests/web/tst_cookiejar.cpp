@@ -3,7 +3,11 @@
 #include <QNetworkCookie>
 #include <QProcess>
 #include <QSettings>
+#include <QGraphicsWebView>
+#include <QWebFrame>
+#include <QWebPage>
 #include <QWebSettings>
+#include <QWebView>
 
 #include <sys/stat.h>
 
@@ -11,6 +15,7 @@
 #include "web/autosaver.h"
 #include "web/cookiejar.h"
 #include "web/cookiemodel.h"
+#include "web/indexwindow.h"
 #include "web/simplecrypt.h"
 
 namespace {
@@ -172,6 +177,7 @@ private slots:
     void cleanup();
 
     void survivesRestart();
+    void signInReachesPageOpenedWindow();
     void storedForm();
     void filePermissions_data();
     void filePermissions();
@@ -261,6 +267,35 @@ void TestCookieJar::survivesRestart()
     QVERIFY2(secondRun.size() == 2, qPrintable(secondRun.join(QLatin1Char('|'))));
     QVERIFY2(secondRun.contains(farLine), qPrintable(secondRun.join(QLatin1Char('|'))));
     QVERIFY2(secondRun.contains(persistentLine), qPrintable(secondRun.join(QLatin1Char('|'))));
+}
+
+void TestCookieJar::signInReachesPageOpenedWindow()
+{
+    HttpServer server;
+    QVERIFY(server.listen());
+    QNetworkCookie sid("sid", "signed-in");
+    sid.setExpirationDate(QDateTime::currentDateTimeUtc().addDays(30));
+    server.serve(QStringLiteral("/signin"), "<p>in</p>", "text/html", 200, {{"Set-Cookie", sid.toRawForm()}});
+    server.serve(QStringLiteral("/inbox"), "<p>inbox</p>", "text/html");
+
+    IndexWindow main;
+    QWebPage* page = main.webView()->page();
+    QSignalSpy loaded(page, &QWebPage::loadFinished);
+    page->mainFrame()->load(server.url(QStringLiteral("/signin")));
+    QVERIFY(loaded.wait(10000));
+    // The windows share no jar object: the sign-in travels through the file once the main view saves.
+    QTRY_VERIFY_WITH_TIMEOUT(readFile(cookieFile()).contains("sid="), 10000);
+
+    const QWidgetList before = QApplication::topLevelWidgets();
+    page->mainFrame()->evaluateJavaScript(
+        QStringLiteral("window.open('%1');").arg(server.url(QStringLiteral("/inbox")).toString()));
+    QTRY_COMPARE_WITH_TIMEOUT(server.requestsFor(QStringLiteral("/inbox")).size(), 1, 10000);
+    QCOMPARE(server.requestsFor(QStringLiteral("/inbox")).value(0).header("Cookie"), QByteArray("sid=signed-in"));
+
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (!before.contains(widget) && qobject_cast<QWebView*>(widget))
+            widget->close();
+    }
 }
 
 void TestCookieJar::storedForm()
