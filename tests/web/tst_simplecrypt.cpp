@@ -32,7 +32,6 @@ class TestSimpleCrypt : public QObject
 private slots:
     void sharedCipherBeforeSetUp();
     void sharedCipherAfterSetUp();
-    void constructionDefaults();
     void encrypt_data();
     void encrypt();
     void decrypt_data();
@@ -67,15 +66,6 @@ void TestSimpleCrypt::sharedCipherAfterSetUp()
     QCOMPARE(binary.at(1), char(0x04));
     QCOMPARE(binary.size(), 2 + 1 + 20 + text.size());
     QCOMPARE(decryptSharedText(cyphertext), text);
-}
-
-void TestSimpleCrypt::constructionDefaults()
-{
-    const SimpleCrypt crypt(testKey);
-    QCOMPARE(crypt.key(), testKey);
-    QCOMPARE(crypt.compressionMode(), SimpleCrypt::CompressionAuto);
-    QCOMPARE(crypt.protectionMode(), SimpleCrypt::ProtectionChecksum);
-    QCOMPARE(crypt.lastError(), SimpleCrypt::ErrorNoError);
 }
 
 void TestSimpleCrypt::encrypt_data()
