@@ -46,8 +46,7 @@ QString lastLaunch()
 }
 
 // One start of the staged program.
-class Program
-{
+class Program {
 public:
     explicit Program(const QProcessEnvironment& environment)
     {
@@ -71,8 +70,7 @@ public:
 
 } // namespace
 
-class TestWakeUp : public QObject
-{
+class TestWakeUp : public QObject {
     Q_OBJECT
 
 private slots:
@@ -90,7 +88,8 @@ private:
 
 void TestWakeUp::initTestCase()
 {
-    QVERIFY2(QFile::exists(StagedFolder::path() + QStringLiteral("/kestrelgap")), "the build did not stage the program");
+    QVERIFY2(
+        QFile::exists(StagedFolder::path() + QStringLiteral("/kestrelgap")), "the build did not stage the program");
     QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run inside scripts/desktop-session.sh --wm");
     QVERIFY2(!run(QStringLiteral("xdotool"), { QStringLiteral("version") }).isEmpty(), "xdotool is missing");
     QVERIFY(mTemp.isValid());
