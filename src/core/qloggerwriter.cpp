@@ -14,6 +14,15 @@ QLoggerWriter::QLoggerWriter(const QString& fileDestination, LogLevel level)
 {
 }
 
+QString QLoggerWriter::rotatedName(const QString& fileDestination, const QDateTime& when)
+{
+    // Built by concatenation, not arg(): a '%' in the user's data folder must not become a placeholder.
+    const QString extension = fileDestination.section(QLatin1Char('.'), -1);
+    return fileDestination.left(fileDestination.size() - extension.size() - 1) + QLatin1Char('_')
+        + when.toString(QStringLiteral("dd_MM_yy")) + QStringLiteral("__") + when.toString(QStringLiteral("hh_mm_ss"))
+        + QStringLiteral(".log");
+}
+
 void QLoggerWriter::write(const QString& module, const QString& message)
 {
     // Historic behaviour: an empty "logs" folder in the working directory. Nothing goes in it.
@@ -22,16 +31,14 @@ void QLoggerWriter::write(const QString& module, const QString& message)
         dir.mkdir(QStringLiteral("logs"));
 
     QFile file(m_fileDestination);
+    // On a fresh account nothing else may have made the data folder yet.
     QDir().mkpath(QFileInfo(m_fileDestination).absolutePath());
 
-    const QString extension = m_fileDestination.section(QLatin1Char('.'), -1);
-    QString newName = m_fileDestination.left(m_fileDestination.size() - extension.size() - 1);
-    newName.append(QStringLiteral("_%1__%2.log"));
-
+    QString newName;
     bool renamed = false;
     if (file.size() >= rotationSize) {
-        const QDateTime now = QDateTime::currentDateTime();
-        newName = newName.arg(now.toString(QStringLiteral("dd_MM_yy")), now.toString(QStringLiteral("hh_mm_ss")));
+        newName = rotatedName(m_fileDestination, QDateTime::currentDateTime());
+        // Two rotations within one second collide here; the rename fails and we keep appending.
         renamed = QFile::rename(m_fileDestination, newName);
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QObject>
 #include <QString>
 
@@ -17,6 +18,9 @@ public:
     LogLevel getLevel() const { return m_level; }
     QString fileDestination() const { return m_fileDestination; }
     void write(const QString& module, const QString& message);
+
+    // Name the full file takes when it is rotated: "kg.log" becomes "kg_dd_MM_yy__hh_mm_ss.log".
+    static QString rotatedName(const QString& fileDestination, const QDateTime& when);
 
     static constexpr qint64 rotationSize = 1048576;
 

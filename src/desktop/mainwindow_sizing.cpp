@@ -5,6 +5,7 @@
 #include <QGuiApplication>
 #include <QGraphicsWebView>
 #include <QJsonObject>
+#include <QPointer>
 #include <QPropertyAnimation>
 #include <QScreen>
 #include <QSettings>
@@ -19,8 +20,8 @@ const QString logModule = QStringLiteral("mainwindow");
 const QString logModuleCamel = QStringLiteral("mainWindow");
 const char viewProperty[] = "view";
 
-// Shared by every delayed switch to full screen or maximised.
-QTimer* windowStateTimer = nullptr;
+// Shared by every delayed switch to full screen or maximised. Guarded, since it dies with its window.
+QPointer<QTimer> windowStateTimer;
 
 QJsonObject* viewMenuJson()
 {
@@ -261,13 +262,16 @@ void MainWindow::startDelayedStateSwitch(const char* slot)
 
 void MainWindow::resizeToFullScreen()
 {
-    windowStateTimer->stop();
+    // Also a public slot: it can run with no switch pending.
+    if (windowStateTimer)
+        windowStateTimer->stop();
     showFullScreen();
 }
 
 void MainWindow::resizeToMaximized()
 {
     Logger::Info(logModule, QStringLiteral("[resizeToMaximized] - called"));
-    windowStateTimer->stop();
+    if (windowStateTimer)
+        windowStateTimer->stop();
     showMaximized();
 }

@@ -21,12 +21,14 @@ QString IndexWindow::getSetting(QString key, QString defaultValue)
 {
     QSettings settings;
     const QString value = settings.value(key, QVariant()).toString();
+    Logger::Debug(logModule, QStringLiteral("[getSetting] key=") + key + QStringLiteral(", value=") + value);
     // A stored empty text reads as absent.
     return value.isEmpty() ? defaultValue : value;
 }
 
 void IndexWindow::removeSetting(QString key)
 {
+    Logger::Debug(logModule, QStringLiteral("[removeSetting] key=") + key);
     QSettings settings;
     settings.remove(key);
 }
