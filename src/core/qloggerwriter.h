@@ -19,12 +19,12 @@ public:
     QString fileDestination() const { return m_fileDestination; }
     void write(const QString& module, const QString& message);
 
-    // Name the full file takes when it is rotated: "kg.log" becomes "kg_dd_MM_yy__hh_mm_ss.log".
-    static QString rotatedName(const QString& fileDestination, const QDateTime& when);
-
     static constexpr qint64 rotationSize = 1048576;
 
 private:
+    // Name the full file takes when it is rotated: "kg.log" becomes "kg_dd_MM_yy__hh_mm_ss.log".
+    static QString rotatedName(const QString& fileDestination, const QDateTime& when);
+
     QString m_fileDestination;
     LogLevel m_level;
 };

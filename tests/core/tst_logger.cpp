@@ -8,7 +8,6 @@
 
 #include "core/logger.h"
 #include "core/qloggermanager.h"
-#include "core/qloggerwriter.h"
 
 namespace {
 
@@ -16,13 +15,11 @@ const char prefKey[] = "pref-debug-enabled";
 const qint64 rotationSize = 1048576;
 
 QStringList captured;
-QMutex capturedMutex;
 QtMessageHandler previousHandler = nullptr;
 
 void captureHandler(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
     if (type == QtDebugMsg) {
-        QMutexLocker locker(&capturedMutex);
         captured << message;
         return;
     }
@@ -119,12 +116,9 @@ private slots:
     void switchingOffStopsAtNextLine();
     void rotation_data();
     void rotation();
-    void rotatedName_data();
-    void rotatedName();
     void debugCode_data();
     void debugCode();
     void unwritableLogFileDropsLineOnly();
-    void writesFinishOnCallingThreads();
 
 private:
     QTemporaryDir mWorkingDir;
@@ -302,25 +296,6 @@ void TestLogger::rotation()
     QVERIFY(lines.at(1).endsWith(QLatin1String("[Info] [cookiejar-2] [save] after")));
 }
 
-void TestLogger::rotatedName_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("plain") << "/home/u/.local/share/Kestrelgap/Kestrelgap/kg.log"
-                           << "/home/u/.local/share/Kestrelgap/Kestrelgap/kg_07_03_26__09_05_04.log";
-    QTest::newRow("dot in a folder name") << "/srv/a.b/kg.log" << "/srv/a.b/kg_07_03_26__09_05_04.log";
-    QTest::newRow("placeholder-like folder") << "/tmp/%1 %2/kg.log" << "/tmp/%1 %2/kg_07_03_26__09_05_04.log";
-}
-
-void TestLogger::rotatedName()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, expected);
-    const QDateTime when(QDate(2026, 3, 7), QTime(9, 5, 4));
-    QCOMPARE(QLogger::QLoggerWriter::rotatedName(path, when), expected);
-}
-
 void TestLogger::debugCode_data()
 {
     QTest::addColumn<QVariant>("stored");
@@ -362,35 +337,6 @@ void TestLogger::unwritableLogFileDropsLineOnly()
 
     Logger::Error(QStringLiteral("versioncheck"), QStringLiteral("[replyFinished] kept"));
     QVERIFY(readLog().contains("[replyFinished] kept"));
-}
-
-void TestLogger::writesFinishOnCallingThreads()
-{
-    setPreference(QStringLiteral("1"));
-    // Make the writer up front: two threads adding the same new key at once is not a supported race.
-    Logger::Info(QStringLiteral("winmenubaricon"), QStringLiteral("[run] start"));
-
-    const int perThread = 200;
-    auto work = [perThread](int id) {
-        for (int i = 0; i < perThread; ++i)
-            Logger::Info(QStringLiteral("winmenubaricon"), QStringLiteral("[run] worker=%1 line=%2").arg(id).arg(i));
-    };
-    DebugOutput quiet;
-    QScopedPointer<QThread> first(QThread::create(work, 1));
-    QScopedPointer<QThread> second(QThread::create(work, 2));
-    first->start();
-    second->start();
-    QVERIFY(first->wait(30000));
-    QVERIFY(second->wait(30000));
-
-    // No queue: every line is on disk once its call has returned, and none is torn by the other thread.
-    const QStringList lines = QString::fromUtf8(readLog()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    QCOMPARE(lines.size(), 1 + 2 * perThread);
-    const QRegularExpression shape(QStringLiteral("^\\[") + fileStampPattern
-        + QStringLiteral("\\] \\[Info\\] \\[winmenubaricon-2\\] \\[run\\] (start|worker=[12] line=\\d+)$"));
-    for (const QString& line : lines)
-        QVERIFY2(shape.match(line).hasMatch(), qPrintable(line));
-    QVERIFY(QLogger::QLoggerManager::getInstance()->isRunning());
 }
 
 QTEST_GUILESS_MAIN(TestLogger)

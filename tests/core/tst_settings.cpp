@@ -32,8 +32,6 @@ private slots:
     void cleanupTestCase();
     void getSetting_data();
     void getSetting();
-    void anyKeyTextRoundTrips_data();
-    void anyKeyTextRoundTrips();
     void removeSetting();
     void namedAccessors_data();
     void namedAccessors();
@@ -81,31 +79,6 @@ void TestSettings::getSetting()
     // Reading never writes.
     QCOMPARE(stored(key).isValid(), value.isValid());
     QCOMPARE(stored(key).toString(), value.toString());
-}
-
-void TestSettings::anyKeyTextRoundTrips_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("value");
-
-    QTest::newRow("kebab") << "show-low-bat-alerts" << "1";
-    QTest::newRow("blanks and symbols") << "last seen = [x]; #1" << "a=b;c";
-    QTest::newRow("slash, as a group") << "thread/42/draft" << "hello";
-    QTest::newRow("non-ASCII") << QStringLiteral("\u00e9t\u00e9-\u65e5\u672c") << QStringLiteral("\u2713");
-    QTest::newRow("long value") << "draft" << QString(5000, QLatin1Char('z'));
-}
-
-void TestSettings::anyKeyTextRoundTrips()
-{
-    QFETCH(QString, key);
-    QFETCH(QString, value);
-
-    QVERIFY(QMetaObject::invokeMethod(mWindow, "setSetting", Q_ARG(QString, key), Q_ARG(QString, value)));
-    QString read;
-    QVERIFY(QMetaObject::invokeMethod(
-        mWindow, "getSetting", Q_RETURN_ARG(QString, read), Q_ARG(QString, key), Q_ARG(QString, QString())));
-    QCOMPARE(read, value);
-    QCOMPARE(stored(key).toString(), value);
 }
 
 void TestSettings::removeSetting()
