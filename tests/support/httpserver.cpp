@@ -16,6 +16,7 @@ struct Shared
 {
     mutable QMutex mutex;
     QHash<QString, HttpServer::Reply> replies;
+    HttpServer::Handler fallback;
     QList<HttpServer::Request> requests;
     int connections = 0;
 };
@@ -121,6 +122,7 @@ private:
         }
         mBuffer.remove(0, bodyStart + request.body.size());
 
+        HttpServer::Handler fallback;
         {
             QMutexLocker lock(&mShared->mutex);
             mShared->requests.append(request);
@@ -131,6 +133,8 @@ private:
                 const auto byPath = mShared->replies.constFind(request.pathWithoutQuery());
                 if (byPath != mShared->replies.constEnd()) {
                     mReply = byPath.value();
+                } else if (mShared->fallback) {
+                    fallback = mShared->fallback;
                 } else {
                     mReply = HttpServer::Reply();
                     mReply.status = 404;
@@ -139,6 +143,9 @@ private:
                 }
             }
         }
+        // Outside the lock: a handler may take its time or look at the server's records.
+        if (fallback)
+            mReply = fallback(request);
 
         if (mOwner) {
             const QString path = request.path;
@@ -383,6 +390,12 @@ void HttpServer::clearReplies()
 {
     QMutexLocker lock(&mShared->mutex);
     mShared->replies.clear();
+}
+
+void HttpServer::setFallbackHandler(const Handler& handler)
+{
+    QMutexLocker lock(&mShared->mutex);
+    mShared->fallback = handler;
 }
 
 void HttpServer::serve(const QString& path, const QByteArray& body, const QByteArray& contentType, int status,

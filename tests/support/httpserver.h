@@ -8,6 +8,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <functional>
 #include <memory>
 
 class QThread;
@@ -83,6 +84,10 @@ public:
     void setReply(const QString& path, const Reply& reply);
     void removeReply(const QString& path);
     void clearReplies();
+    // Answers what no setReply() entry matches; runs on the server's thread, so it must be
+    // thread-safe. Without one, unknown paths get 404.
+    using Handler = std::function<Reply(const Request&)>;
+    void setFallbackHandler(const Handler& handler);
 
     void serve(const QString& path, const QByteArray& body, const QByteArray& contentType = "text/plain",
                int status = 200, const Headers& extraHeaders = Headers());
