@@ -1,29 +1,70 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and starts the client from its staged program folder.
-# With a display it runs there; without one it runs in a private desktop session and saves a
-# screenshot once the start page has loaded.
+# Installs what is missing, builds, starts the local development service host and then the client
+# from its staged program folder; the service host stops when the client ends.
+# With a display the client runs there. Without one it runs in a private desktop session, which
+# signs in through the service host's demo channel and saves screenshots of the sign-in page and
+# of the messenger.
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 "$here/scripts/install-deps.sh"
 "$here/scripts/build.sh" "$here/build"
 stage="$here/build/stage"
+devhost="$here/build/devhost/kestrelgap-devhost"
+devhost_log="$here/build/devhost.log"
+service=$(sed -n 's/^KESTRELGAP_SERVICE_HOST:STRING=//p' "$here/build/CMakeCache.txt")
+
+devhost_pid=""
+stop_devhost() {
+    if [ -n "$devhost_pid" ]; then
+        kill "$devhost_pid" 2>/dev/null || true
+        wait "$devhost_pid" 2>/dev/null || true
+        devhost_pid=""
+    fi
+}
+trap stop_devhost EXIT
+trap 'exit 130' INT TERM
+
+"$devhost" --listen "$service" >"$devhost_log" 2>&1 &
+devhost_pid=$!
+for _ in $(seq 1 50); do
+    grep -q '^kestrelgap-devhost: serving' "$devhost_log" 2>/dev/null && break
+    if ! kill -0 "$devhost_pid" 2>/dev/null; then
+        # Most likely a service host is already running there; the client can use that one.
+        echo "run: the local service host didn't start (see $devhost_log); going on without it" >&2
+        devhost_pid=""
+        break
+    fi
+    sleep 0.2
+done
+echo "run: service host http://$service/ (requests in $devhost_log)"
 
 if [ -n "${DISPLAY:-}" ]; then
-    cd "$stage" && exec ./kestrelgap
+    # Not exec: the trap has to stop the service host when the client ends.
+    cd "$stage"
+    status=0
+    ./kestrelgap || status=$?
+    exit "$status"
 fi
 
-shot="$here/build/screenshot-start.png"
+shots="$here/build"
 "$here/scripts/desktop-session.sh" --wm -- bash -c '
-    cd "$1"
+    stage=$1 shots=$2 log=$3 service=$4 event=$5
+    cd "$stage"
     ./kestrelgap & pid=$!
-    # The start page sets the window title once it has loaded.
-    for _ in $(seq 1 60); do
-        if xdotool search --name "^Kestrelgap$" >/dev/null 2>&1; then break; fi
-        sleep 0.5
-    done
-    sleep 3
-    import -window root "$2"
-    echo "screenshot: $2"
+    wait_for() {
+        for _ in $(seq 1 80); do
+            grep -q "$1" "$log" && return 0
+            sleep 0.25
+        done
+        return 1
+    }
+    # The start page goes on to the sign-in page once the service host answers.
+    wait_for "^GET /signin " && sleep 2
+    import -window root "$shots/screenshot-start.png" && echo "screenshot: $shots/screenshot-start.png"
+    python3 -c "import sys, urllib.request; urllib.request.urlopen(sys.argv[1], sys.argv[2].encode())" \
+        "http://$service/demo/events" "$event" >/dev/null
+    wait_for "^GET /main.html 200" && sleep 3
+    import -window root "$shots/screenshot-messenger.png" && echo "screenshot: $shots/screenshot-messenger.png"
     kill "$pid" 2>/dev/null || true
     wait "$pid" 2>/dev/null || true
-' _ "$stage" "$shot"
+' _ "$stage" "$shots" "$devhost_log" "$service" '{"type": "signin"}'
