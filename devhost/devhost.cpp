@@ -61,7 +61,11 @@ DevHost::DevHost(const QString& siteRoot, const QString& serviceHost)
 
 HttpServer::Reply DevHost::handle(const HttpServer::Request& request)
 {
-    const QString path = request.pathWithoutQuery();
+    // Route on the path as the file system would see it, so "/media/../main.html" can't reach a
+    // page around its own rule.
+    const QString path = QDir::cleanPath(QUrl::fromPercentEncoding(request.pathWithoutQuery().toUtf8()));
+    if (!path.startsWith(QLatin1Char('/')) || path.contains(QLatin1String("/..")))
+        return textReply(404, "not found\n");
     if (request.method != "GET" && request.method != "HEAD" && request.method != "POST")
         return textReply(405, "method not allowed\n");
 
@@ -171,10 +175,9 @@ HttpServer::Reply DevHost::demoEvents(const HttpServer::Request& request)
 
 QString DevHost::siteFile(const QString& path) const
 {
-    const QString decoded = QUrl::fromPercentEncoding(path.toUtf8());
-    if (!decoded.startsWith(QLatin1Char('/')) || decoded.contains(QChar(0)) || decoded.contains(QLatin1Char('\\')))
+    if (!path.startsWith(QLatin1Char('/')) || path.contains(QChar(0)) || path.contains(QLatin1Char('\\')))
         return QString();
-    const QString file = QDir::cleanPath(mSiteRoot + decoded);
+    const QString file = QDir::cleanPath(mSiteRoot + path);
     if (!file.startsWith(mSiteRoot + QLatin1Char('/')))
         return QString();
     return file;

@@ -26,7 +26,7 @@ public:
 
     // The signed-in user named by the request's session cookie; empty when signed out.
     static QString sessionUser(const HttpServer::Request& request);
-    // The file under the site root that `path` names, or empty when it points outside the root.
+    // The file under the site root that the decoded `path` names, or empty when it points outside the root.
     QString siteFile(const QString& path) const;
     static QByteArray contentType(const QString& fileName);
 
