@@ -3,6 +3,11 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
+#include <QSslCertificate>
+#include <QSslSocket>
+#include <QSslConfiguration>
+#include <QSslKey>
 #include <QTextStream>
 
 #include <cstdio>
@@ -28,7 +33,11 @@ int main(int argc, char** argv)
         QStringLiteral("Folder of pages and documents (default %1).").arg(QStringLiteral(KESTRELGAP_DEVHOST_SITE)),
         QStringLiteral("folder"), QStringLiteral(KESTRELGAP_DEVHOST_SITE));
     QCommandLineOption quietOption(QStringLiteral("quiet"), QStringLiteral("Don't print a line per request."));
-    parser.addOptions({listenOption, siteOption, quietOption});
+    QCommandLineOption tlsOption(QStringLiteral("tls"),
+        QStringLiteral("Folder with cert.pem and key.pem for https on the same port (default %1); "
+                       "without them only plain http is served.").arg(QStringLiteral(KESTRELGAP_DEVHOST_TLS)),
+        QStringLiteral("folder"), QStringLiteral(KESTRELGAP_DEVHOST_TLS));
+    parser.addOptions({listenOption, siteOption, quietOption, tlsOption});
     parser.process(app);
 
     QTextStream err(stderr);
@@ -58,12 +67,31 @@ int main(int argc, char** argv)
         }
         return reply;
     });
+    // The service sends the client to some pages by https; the client accepts any certificate.
+    QFile certificateFile(QDir(parser.value(tlsOption)).filePath(QStringLiteral("cert.pem")));
+    QFile keyFile(QDir(parser.value(tlsOption)).filePath(QStringLiteral("key.pem")));
+    bool tls = false;
+    if (certificateFile.open(QIODevice::ReadOnly) && keyFile.open(QIODevice::ReadOnly)) {
+        const QSslCertificate certificate(&certificateFile, QSsl::Pem);
+        const QSslKey key(&keyFile, QSsl::Ec, QSsl::Pem);
+        if (!certificate.isNull() && !key.isNull() && QSslSocket::supportsSsl()) {
+            QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+            configuration.setLocalCertificate(certificate);
+            configuration.setPrivateKey(key);
+            configuration.setPeerVerifyMode(QSslSocket::VerifyNone);
+            server.setTlsConfiguration(configuration);
+            tls = true;
+        } else {
+            err << "kestrelgap-devhost: unusable certificate or key in " << parser.value(tlsOption) << "; http only\n";
+        }
+    }
     if (!server.listen(quint16(port))) {
         err << "kestrelgap-devhost: can't listen on 127.0.0.1:" << port << " (in use?)\n";
         return 1;
     }
-    std::printf("kestrelgap-devhost: serving %s at http://127.0.0.1:%d/ for %s\n",
-                QDir(site).absolutePath().toUtf8().constData(), port, serviceHost.toUtf8().constData());
+    std::printf("kestrelgap-devhost: serving %s at http%s://127.0.0.1:%d/ for %s\n",
+                QDir(site).absolutePath().toUtf8().constData(), tls ? "(s)" : "", port,
+                serviceHost.toUtf8().constData());
     std::fflush(stdout);
     return app.exec();
 }

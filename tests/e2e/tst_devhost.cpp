@@ -9,6 +9,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkCookie>
 #include <QNetworkReply>
+#include <QSslKey>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -65,6 +66,10 @@ private slots:
     void events();
     void eventQueueDropsOldestBeyondItsLimit();
     void servesThroughTheSharedServer();
+#ifdef KESTRELGAP_DEVHOST_TLS
+    void servesHttpsAndHttpOnOnePort_data();
+    void servesHttpsAndHttpOnOnePort();
+#endif
     void shippedSiteKeepsThePageContract_data();
     void shippedSiteKeepsThePageContract();
     void shippedDocumentsAreUsable();
@@ -295,6 +300,51 @@ void TestDevHost::servesThroughTheSharedServer()
     fetch(QStringLiteral("/nothing"), &status);
     QCOMPARE(status, 404);
 }
+
+#ifdef KESTRELGAP_DEVHOST_TLS
+void TestDevHost::servesHttpsAndHttpOnOnePort_data()
+{
+    QTest::addColumn<QStringList>("schemes");
+
+    QTest::newRow("https") << QStringList{"https"};
+    QTest::newRow("http") << QStringList{"http"};
+    QTest::newRow("both, one after the other") << QStringList{"https", "http", "https"};
+}
+
+void TestDevHost::servesHttpsAndHttpOnOnePort()
+{
+    QFETCH(QStringList, schemes);
+
+    QFile certificateFile(QStringLiteral(KESTRELGAP_DEVHOST_TLS "/cert.pem"));
+    QFile keyFile(QStringLiteral(KESTRELGAP_DEVHOST_TLS "/key.pem"));
+    QVERIFY(certificateFile.open(QIODevice::ReadOnly) && keyFile.open(QIODevice::ReadOnly));
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.setLocalCertificate(QSslCertificate(&certificateFile, QSsl::Pem));
+    configuration.setPrivateKey(QSslKey(&keyFile, QSsl::Ec, QSsl::Pem));
+
+    DevHost devHost(mSite.path(), host);
+    HttpServer server;
+    server.setTlsConfiguration(configuration);
+    server.setFallbackHandler([&devHost](const HttpServer::Request& request) { return devHost.handle(request); });
+    QVERIFY(server.listen());
+
+    QNetworkAccessManager manager;
+    for (const QString& scheme : schemes) {
+        QUrl url = server.url(QStringLiteral("/doc/data.json"));
+        url.setScheme(scheme);
+        QNetworkReply* reply = manager.get(QNetworkRequest(url));
+        // Self-signed, as the client meets it; the client ignores every TLS error too.
+        reply->ignoreSslErrors();
+        QEventLoop loop;
+        connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+        loop.exec();
+        QCOMPARE(reply->error(), QNetworkReply::NoError);
+        QVERIFY(reply->readAll().contains("127.0.0.1:9876"));
+        QCOMPARE(reply->attribute(QNetworkRequest::ConnectionEncryptedAttribute).toBool(), scheme == "https");
+        reply->deleteLater();
+    }
+}
+#endif
 
 void TestDevHost::shippedSiteKeepsThePageContract_data()
 {

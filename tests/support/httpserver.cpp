@@ -5,6 +5,7 @@
 #include <QMutex>
 #include <QMutexLocker>
 #include <QPointer>
+#include <QSslSocket>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QThread>
@@ -17,6 +18,8 @@ struct Shared
     mutable QMutex mutex;
     QHash<QString, HttpServer::Reply> replies;
     HttpServer::Handler fallback;
+    QSslConfiguration tls;
+    bool tlsEnabled = false;
     QList<HttpServer::Request> requests;
     int connections = 0;
 };
@@ -87,6 +90,21 @@ private:
 
     void onReadyRead()
     {
+        if (!mProtocolKnown) {
+            // A TLS connection opens with a handshake record (type 22); plain HTTP with a method name.
+            auto* tls = qobject_cast<QSslSocket*>(mSocket);
+            if (tls && tls->mode() == QSslSocket::UnencryptedMode) {
+                char first = 0;
+                if (tls->peek(&first, 1) < 1)
+                    return;
+                mProtocolKnown = true;
+                if (first == 0x16) {
+                    tls->startServerEncryption();
+                    return;
+                }
+            }
+            mProtocolKnown = true;
+        }
         mBuffer += mSocket->readAll();
         if (!mBusy)
             takeNextRequest();
@@ -274,6 +292,40 @@ private:
     bool mBusy = false;
     bool mHeadOnly = false;
     bool mKeepAlive = true;
+    bool mProtocolKnown = false;
+};
+
+// Hands out sockets that can still turn to TLS when the server has a certificate.
+class Listener : public QTcpServer
+{
+public:
+    Listener(std::shared_ptr<Shared> shared, QObject* parent)
+        : QTcpServer(parent)
+        , mShared(std::move(shared))
+    {
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        QSslConfiguration tls;
+        {
+            QMutexLocker lock(&mShared->mutex);
+            if (!mShared->tlsEnabled)
+                return QTcpServer::incomingConnection(descriptor);
+            tls = mShared->tls;
+        }
+        auto* socket = new QSslSocket(this);
+        if (!socket->setSocketDescriptor(descriptor)) {
+            delete socket;
+            return;
+        }
+        socket->setSslConfiguration(tls);
+        addPendingConnection(socket);
+    }
+
+private:
+    std::shared_ptr<Shared> mShared;
 };
 
 class Worker : public QObject
@@ -282,7 +334,7 @@ public:
     Worker(std::shared_ptr<Shared> shared, HttpServer* owner)
         : mShared(std::move(shared))
         , mOwner(owner)
-        , mServer(this) // a child, so that moveToThread takes it along
+        , mServer(mShared, this) // a child, so that moveToThread takes it along
     {
         connect(&mServer, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket* socket = mServer.nextPendingConnection()) {
@@ -305,7 +357,7 @@ public:
 private:
     std::shared_ptr<Shared> mShared;
     QPointer<HttpServer> mOwner;
-    QTcpServer mServer;
+    Listener mServer;
 };
 
 } // namespace HttpServerDetail
@@ -390,6 +442,13 @@ void HttpServer::clearReplies()
 {
     QMutexLocker lock(&mShared->mutex);
     mShared->replies.clear();
+}
+
+void HttpServer::setTlsConfiguration(const QSslConfiguration& configuration)
+{
+    QMutexLocker lock(&mShared->mutex);
+    mShared->tls = configuration;
+    mShared->tlsEnabled = true;
 }
 
 void HttpServer::setFallbackHandler(const Handler& handler)

@@ -5,6 +5,7 @@
 #include <QMetaType>
 #include <QObject>
 #include <QPair>
+#include <QSslConfiguration>
 #include <QString>
 #include <QUrl>
 
@@ -71,6 +72,10 @@ public:
 
     explicit HttpServer(QObject* parent = nullptr);
     ~HttpServer() override;
+
+    // Also speak TLS on the same port, told apart from plain HTTP by the first byte a client
+    // sends, with this server configuration (certificate and key). Call before listen().
+    void setTlsConfiguration(const QSslConfiguration& configuration);
 
     // 127.0.0.1 only. Port 0 picks a free one. Also called on first use of url() or port().
     bool listen(quint16 port = 0);
