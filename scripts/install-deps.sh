@@ -30,6 +30,7 @@ imagemagick
 dbus
 dbus-x11
 python3
+openssl
 gstreamer1.0-plugins-base
 "
 
