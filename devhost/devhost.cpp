@@ -74,7 +74,7 @@ HttpServer::Reply DevHost::handle(const HttpServer::Request& request)
     if (path == QLatin1String("/signin"))
         return signIn(request);
     if (path == QLatin1String("/signout"))
-        return signOut(request);
+        return signOut();
     if (path == QLatin1String("/signout-next"))
         return serveFile(QStringLiteral("/signout-next.html"), {});
     if (path == QLatin1String("/demo/events"))
@@ -128,9 +128,8 @@ HttpServer::Reply DevHost::signIn(const HttpServer::Request& request)
     return serveFile(QStringLiteral("/signin.html"), {});
 }
 
-HttpServer::Reply DevHost::signOut(const HttpServer::Request& request)
+HttpServer::Reply DevHost::signOut()
 {
-    Q_UNUSED(request)
     HttpServer::Reply reply = serveFile(QStringLiteral("/signout.html"), {});
     reply.headers.append(qMakePair(QByteArray("Set-Cookie"),
                                    sessionCookie(QByteArray(), QDateTime::fromSecsSinceEpoch(0, Qt::UTC))));
@@ -152,10 +151,9 @@ HttpServer::Reply DevHost::demoEvents(const HttpServer::Request& request)
         else
             return textReply(400, "expected a JSON object or array: " + error.errorString().toUtf8() + "\n");
         QJsonArray ids;
+        // All or nothing, so a script that gets a 400 can simply send the batch again, mended.
         for (const QJsonValue& value : qAsConst(pushed)) {
-            const QJsonObject event = value.toObject();
-            const QString type = event.value(QStringLiteral("type")).toString();
-            if (type.isEmpty())
+            if (value.toObject().value(QStringLiteral("type")).toString().isEmpty())
                 return textReply(400, "every event needs a \"type\"\n");
         }
         for (const QJsonValue& value : qAsConst(pushed)) {

@@ -34,7 +34,7 @@ public:
 
 private:
     HttpServer::Reply signIn(const HttpServer::Request& request);
-    HttpServer::Reply signOut(const HttpServer::Request& request);
+    HttpServer::Reply signOut();
     HttpServer::Reply demoEvents(const HttpServer::Request& request);
     HttpServer::Reply serveFile(const QString& path, const QHash<QByteArray, QByteArray>& substitutions);
 
