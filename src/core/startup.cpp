@@ -13,6 +13,8 @@
 #include "core/upgradecleanup.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "notifications/notificationwindow.h"
+#include "notifications/notificationwindowmanager.h"
 #include "qtsingleapplication/qtsingleapplication.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
@@ -74,7 +76,7 @@ void Startup::showTrayIcon(bool /*firstLaunch*/)
 
 void Startup::showHackWindow()
 {
-    // The hidden helper window is shown here once the popup windows exist.
+    NotificationWindowManager::getInstance()->getHackWindow()->showNormal();
 }
 
 int Startup::run(int argc, char** argv)

@@ -16,6 +16,8 @@
 #include "core/properties.h"
 #include "core/windowholders.h"
 #include "desktop/statusbariconactions.h"
+#include "notifications/notificationwindow.h"
+#include "notifications/notificationwindowmanager.h"
 #include "web/indexwindow.h"
 
 namespace {
@@ -212,8 +214,7 @@ void MainWindow::closeActionClicked()
 
 QWidget* MainWindow::activeNotificationWindow() const
 {
-    // Popups answer here once the popup windows exist.
-    return nullptr;
+    return NotificationWindowManager::getInstance()->getActiveNotificationWindow();
 }
 
 void MainWindow::composeNewActionClicked()
@@ -343,5 +344,7 @@ void MainWindow::aboutToQuit()
 
 void MainWindow::closePopupsAndHackWindow()
 {
-    // Popups and the hidden helper window are closed here once they exist.
+    // The page's popups are closed through IndexWindow here once it can close them; the hidden
+    // helper window goes last.
+    NotificationWindowManager::getInstance()->getHackWindow()->forceClose();
 }
