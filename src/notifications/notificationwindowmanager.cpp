@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QGuiApplication>
+#include <QLayout>
 #include <QScreen>
 #include <QVariant>
 #include <QWidget>
@@ -168,6 +169,8 @@ NotificationWindow* NotificationWindowManager::getHackWindow()
     hackWindow->setAttribute(Qt::WA_TranslucentBackground);
     hackWindow->setWindowOpacity(0);
     hackWindow->setWindowFlags(Qt::ToolTip | Qt::FramelessWindowHint);
+    // Without this the web view's minimum size would grow the window once shown.
+    hackWindow->layout()->setSizeConstraint(QLayout::SetNoConstraint);
     hackWindow->setGeometry(QRect(QPoint(right - 4, bottom - 4), QPoint(right, bottom)));
     return hackWindow;
 }

@@ -823,7 +823,11 @@ void TestPopups::trayEntryAndReflow()
 void TestPopups::hackWindowClosesAtQuit()
 {
     QPointer<NotificationWindow> helper(manager()->getHackWindow());
+    QCOMPARE(manager()->getHackWindow(), helper.data());
     helper->showNormal();
+    // Shown, it still covers only the five by five pixels in the primary screen's corner.
+    const QRect screen = QGuiApplication::primaryScreen()->geometry();
+    QTRY_COMPARE(helper->geometry(), QRect(screen.width() - 5, screen.height() - 5, 5, 5));
     CloseEventCounter closeEvents;
     helper->installEventFilter(&closeEvents);
     mMainWindow->aboutToQuit();
