@@ -6,6 +6,7 @@
 
 #include <QApplication>
 #include <QGraphicsWebView>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
@@ -237,6 +238,8 @@ private slots:
     void closeRequests();
     void trayEntryAndReflow_data();
     void trayEntryAndReflow();
+    void replyReachesMainPage_data();
+    void replyReachesMainPage();
     // Last: after quit the helper window is gone for the rest of the process.
     void hackWindowClosesAtQuit();
 
@@ -818,6 +821,38 @@ void TestPopups::trayEntryAndReflow()
             QCOMPARE(windows.value(key)->geometry(), before.value(key));
     }
     QCOMPARE(moved, othersMove);
+}
+
+void TestPopups::replyReachesMainPage_data()
+{
+    QTest::addColumn<QString>("reply");
+
+    QTest::newRow("plain") << "On my way";
+    QTest::newRow("quotes") << "It's \"fine\"";
+    QTest::newRow("line break and backslash") << "C:\\temp\nsecond line";
+    QTest::newRow("script line separator") << QString::fromUtf8("one\u2028two");
+}
+
+void TestPopups::replyReachesMainPage()
+{
+    QFETCH(QString, reply);
+
+    NotificationWindow* window = openShown(QStringLiteral("thread-4"));
+    QVERIFY(window);
+    // A raw line separator ends a script string in this engine, so the test's own literal escapes it too.
+    const QString literal = QString::fromUtf8(QJsonDocument(QJsonArray { reply }).toJson(QJsonDocument::Compact))
+                                .replace(QChar(0x2028), QStringLiteral("\\u2028"));
+    evaluate(window, QStringLiteral("document.getElementById('reply').value = %1[0]; updateSend();").arg(literal));
+    evaluate(window, QStringLiteral("document.getElementById('send').click()"));
+
+    const QStringList calls = mainPageCalls();
+    QCOMPARE(calls.size(), 1);
+    const QJsonObject sent = QJsonDocument::fromJson(calls.first().toUtf8()).object();
+    QCOMPARE(sent.value(QStringLiteral("action")).toString(), QStringLiteral("reply"));
+    QCOMPARE(sent.value(QStringLiteral("key")).toString(), QStringLiteral("thread-4"));
+    QCOMPARE(sent.value(QStringLiteral("text")).toString(), reply);
+    // Sent, so nothing stands in the way of closing any more.
+    QCOMPARE(evaluate(window, QStringLiteral("unsentText()")).toBool(), false);
 }
 
 void TestPopups::hackWindowClosesAtQuit()
