@@ -15,6 +15,8 @@ inline constexpr char windowType[] = "window-type";
 inline constexpr char widgetIndex[] = "widget-index";
 inline constexpr char column[] = "column";
 inline constexpr char yPosition[] = "yPosition";
+// QWidget's own read-only "width" and "height" answer under these two names, so writes to them are
+// refused and reads give the live client size, which is what a popup's recorded size always is.
 inline constexpr char width[] = "width";
 inline constexpr char height[] = "height";
 inline constexpr char widgetMoved[] = "widget-moved";

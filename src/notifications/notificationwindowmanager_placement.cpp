@@ -87,7 +87,6 @@ NotificationWindow* NotificationWindowManager::createNotificationWindow(QString 
             yPosition = titleBarAllowance;
         Logger::Info(logModule, QStringLiteral("[createNotificationWindow] - compose at x=%1, y=%2, tray x=%3, y=%4")
                 .arg(xPosition).arg(yPosition).arg(g.x()).arg(g.y()));
-        showFocused(window);
     } else {
         if (!key.startsWith(QLatin1String(PopupKind::liveViewKeyPrefix)))
             PopupTray::instance()->addCloseQuickReplyWindowsOption();
@@ -155,14 +154,17 @@ NotificationWindow* NotificationWindowManager::createNotificationWindow(QString 
         Logger::Info(logModule, QStringLiteral("[createNotificationWindow] - index=%1, column=%2, x=%3, y=%4")
                 .arg(lastIndex + 1).arg(column).arg(xPosition).arg(yPosition));
 
-        // Any other popup stays hidden until its page has rendered and shows it.
-        if (key.endsWith(QLatin1String(PopupKind::withFocusKeySuffix)))
-            showFocused(window);
     }
 
     window->setProperty(PopupProperty::finalXPosition, xPosition);
-    window->loadFile(Properties::getHtmlFolder() + QStringLiteral("/notification.html"));
+    // Sized and placed before it can show: a window shown first flashes at the default place, and
+    // while the window manager settles that, the next placement would read its passing size.
     window->setFixedSize(scaledWidth, scaledHeight);
     window->setGeometry(QRect(xPosition, yPosition, scaledWidth, scaledHeight));
+    // The compose window and focused popups are there at once, before the page loads; any other
+    // popup stays hidden until its page has rendered and shows it.
+    if (widgetType == QLatin1String(PopupKind::composeNewWindow) || key.endsWith(QLatin1String(PopupKind::withFocusKeySuffix)))
+        showFocused(window);
+    window->loadFile(Properties::getHtmlFolder() + QStringLiteral("/notification.html"));
     return window;
 }
