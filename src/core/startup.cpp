@@ -13,6 +13,7 @@
 #include "core/upgradecleanup.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "desktop/winmenubaricon.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 #include "qtsingleapplication/qtsingleapplication.h"
@@ -69,9 +70,12 @@ void Startup::setUpTextCipher()
     SimpleCrypt::setUpShared();
 }
 
-void Startup::showTrayIcon(bool /*firstLaunch*/)
+void Startup::showTrayIcon(bool firstLaunch)
 {
-    // The tray icon, and start-at-login on a first launch, join here once they exist.
+    WinMenuBarIcon::getInstance(nullptr)->show();
+    if (firstLaunch) {
+        // Start-at-login registration joins here once it exists.
+    }
 }
 
 void Startup::showHackWindow()

@@ -8,6 +8,7 @@
 #include <QSignalMapper>
 
 #include "core/logger.h"
+#include "desktop/winmenubaricon.h"
 
 namespace {
 const QString logModule = QStringLiteral("statusbariconactions");
@@ -30,13 +31,8 @@ void StatusBarIconActions::quitActionClicked()
     box.button(QMessageBox::No)->setText(tr("No"));
     if (box.exec() != QMessageBox::Yes)
         return;
-    hideTrayIcon();
+    WinMenuBarIcon::getInstance(nullptr)->hide();
     QCoreApplication::quit();
-}
-
-void StatusBarIconActions::hideTrayIcon()
-{
-    // The tray icon is hidden here once it exists.
 }
 
 void StatusBarIconActions::showMacMenuBarIcon()

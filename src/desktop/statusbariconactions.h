@@ -17,7 +17,5 @@ public slots:
     void showPreferenceDialog();
 
 private:
-    void hideTrayIcon();
-
     QSignalMapper* mSignalMapper;
 };

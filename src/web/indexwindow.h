@@ -5,6 +5,7 @@
 #include <QMutex>
 #include <QSoundEffect>
 #include <QSslError>
+#include <QSystemTrayIcon>
 #include <QUrl>
 
 #include "web/html5applicationviewer.h"
@@ -15,7 +16,6 @@ class NotificationWindow;
 class Notificator;
 class QNetworkDiskCache;
 class QNetworkReply;
-class QSystemTrayIcon;
 
 // The native side of the hosted web application, published to its script as "qtIndexWindow".
 // Every public slot is callable from the page.
@@ -70,6 +70,21 @@ public slots:
     QString getNotificationSoundSetting();
     void setNotificationSoundEnabled(QString value);
     bool isNotificationSoundEnabled();
+
+    // Balloons, the way back from a click, sounds and the tray's battery row
+    void showNotification(QString json, QString title, QString text, bool launchOnClick, bool showReplyButton = false,
+        QString contactImage = QString());
+    void setJsonForWindows(QString json);
+    void activated(QSystemTrayIcon::ActivationReason activationReason);
+    void messageClicked();
+    void processJson(QString json, QString reply = QString());
+    void closeAllNotificationWindows();
+    void closeNotificationWindow(QString key);
+    void showBatteryStatus(int status, bool isCharging = false);
+    bool isNotificationSoundEnabledForThisOSVersion();
+    void playNotificationSound();
+    void playNotificationSound(QString label);
+    void soundEffectStatusChanged();
 
     // Analytics, forwarded to the page's trackers
     void logKissMetricsEvent(QString eventName, QJsonObject* json = new QJsonObject());

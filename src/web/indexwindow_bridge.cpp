@@ -5,6 +5,7 @@
 #include "core/properties.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "desktop/winmenubaricon.h"
 
 namespace {
 const QString logModule = QStringLiteral("indexwindow");
@@ -48,9 +49,12 @@ void IndexWindow::updateClientLoginStateForMenuItems(bool userLoggedIn)
     }
 }
 
-void IndexWindow::setTrayActionsEnabledForLoggedInUser(bool /*enabled*/)
+void IndexWindow::setTrayActionsEnabledForLoggedInUser(bool enabled)
 {
-    // The tray menu joins here once the tray icon exists.
+    if (enabled)
+        WinMenuBarIcon::getInstance(nullptr)->enableMenuOptionsForLoggedInUser();
+    else
+        WinMenuBarIcon::getInstance(nullptr)->disableMenuOptionsForLoggedInUser();
 }
 
 void IndexWindow::startVersionCheck()
@@ -60,7 +64,8 @@ void IndexWindow::startVersionCheck()
 
 void IndexWindow::closeAllPopupsAndClearBattery()
 {
-    // Popups and the tray's battery row join here once they exist.
+    // All popups close here once the popup windows exist.
+    showBatteryStatus(0, false);
 }
 
 void IndexWindow::setDockIconUnreadcount(int count)

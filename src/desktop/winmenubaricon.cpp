@@ -1,0 +1,323 @@
+#include "winmenubaricon.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCursor>
+#include <QIcon>
+#include <QJsonObject>
+#include <QMenu>
+
+#include "core/logger.h"
+#include "core/windowholders.h"
+#include "desktop/statusbariconactions.h"
+#include "platform/desktopnotifier.h"
+#include "web/indexwindow.h"
+
+namespace {
+const QString logModule = QStringLiteral("winmenubaricon");
+}
+
+WinMenuBarIcon* WinMenuBarIcon::sInstance = nullptr;
+bool WinMenuBarIcon::sInstanceFlag = false;
+
+WinMenuBarIcon* WinMenuBarIcon::getInstance(QObject* parent)
+{
+    if (!sInstanceFlag) {
+        sInstance = new WinMenuBarIcon(parent);
+        sInstanceFlag = true;
+    }
+    return sInstance;
+}
+
+WinMenuBarIcon::WinMenuBarIcon(QObject* parent)
+    : QObject(parent)
+    , mTrayIcon(nullptr)
+    , mContextMenu(nullptr)
+    , trayComposeNewAction(nullptr)
+    , trayPreferencesAction(nullptr)
+    , trayCloseQuickReplyWindowsAction(nullptr)
+    , trayOpenMainWindowAction(nullptr)
+    , trayQuitAction(nullptr)
+    , trayLivePhoneViewAction(nullptr)
+    , trayPhoneDialerAction(nullptr)
+    , mStatusBarIconActions(nullptr)
+    , mIndexWindow(nullptr)
+{
+}
+
+void WinMenuBarIcon::show()
+{
+    Logger::Info(logModule, QStringLiteral("[show] called"));
+    mStatusBarIconActions = new StatusBarIconActions(nullptr);
+    mIndexWindow = indexWindowHolder::get();
+
+    // Relative on purpose: the icon ships in the program folder, not in the resources.
+    mTrayIcon = new QSystemTrayIcon(QIcon(QStringLiteral("kestrelgap.iconset/icon_16x16.png")), nullptr);
+    mTrayIcon->setVisible(true);
+    mTrayIcon->setToolTip(QStringLiteral("Kestrelgap"));
+    mTrayIcon->setVisible(true);
+
+    buildContextMenu(0, false);
+    // Until the page reports a signed-in user only "Open" and "Quit" can be chosen.
+    setLoginGatedActionsEnabled(false);
+
+    connect(mTrayIcon, &QSystemTrayIcon::activated, this, &WinMenuBarIcon::activated);
+}
+
+void WinMenuBarIcon::hide()
+{
+    Logger::Info(logModule, QStringLiteral("[hide] called"));
+    if (mTrayIcon)
+        mTrayIcon->setVisible(false);
+}
+
+bool WinMenuBarIcon::ensureAction(QAction*& action, const QString& text, const QString& iconPath, const char* slot)
+{
+    if (action) {
+        action->setText(text);
+        return false;
+    }
+    action = new QAction(text, nullptr);
+    if (!iconPath.isEmpty())
+        action->setIcon(QIcon(iconPath));
+    connect(action, SIGNAL(triggered()), this, slot);
+    return true;
+}
+
+QString WinMenuBarIcon::batteryColourName(int status)
+{
+    if (status >= 60)
+        return QStringLiteral("#67b422");
+    if (status >= 20)
+        return QStringLiteral("#FFA500");
+    if (status > 0)
+        return QStringLiteral("#f02828");
+    return QString();
+}
+
+void WinMenuBarIcon::buildContextMenu(int status, bool isCharging)
+{
+    Logger::Debug(logModule, QStringLiteral("[buildContextMenu] status=") + QString::number(status)
+            + QStringLiteral(", isCharging=") + QVariant(isCharging).toString());
+
+    // These five outlive every rebuild, so their enabled state and visibility carry over.
+    ensureAction(trayComposeNewAction, tr("New Message..."),
+        QStringLiteral(":/images/kestrelgap.iconset/compose_new.png"), SLOT(composeNewActionClicked()));
+    if (ensureAction(trayPreferencesAction, tr("Preferences"), QString(), SLOT(showPreferenceDialog())))
+        trayPreferencesAction->setMenuRole(QAction::NoRole);
+    if (ensureAction(trayCloseQuickReplyWindowsAction, tr("Close All Popup Windows"), QString(),
+            SLOT(closeQuickReplyWindowsClicked())))
+        trayCloseQuickReplyWindowsAction->setVisible(false);
+    if (ensureAction(trayLivePhoneViewAction, tr("Live Phone Notifications"),
+            QStringLiteral(":/images/kestrelgap.iconset/teal_pnlv_logo.png"), SLOT(livePhoneViewActionClicked())))
+        trayLivePhoneViewAction->setMenuRole(QAction::NoRole);
+    if (ensureAction(trayPhoneDialerAction, tr("Phone Dialer"),
+            QStringLiteral(":/images/kestrelgap.iconset/teal_phone_dialer_logo2.png"), SLOT(phoneDialerActionClicked())))
+        trayPhoneDialerAction->setMenuRole(QAction::NoRole);
+
+    // The page may report the battery often; the earlier menu and these two are let go, not deleted.
+    trayOpenMainWindowAction = new QAction(
+        QIcon(QStringLiteral(":/images/kestrelgap.iconset/popup_menu_logo.png")), tr("Open Kestrelgap"), nullptr);
+    connect(trayOpenMainWindowAction, &QAction::triggered, this, &WinMenuBarIcon::showMainWindow);
+    trayQuitAction = new QAction(tr("Quit Kestrelgap"), nullptr);
+    trayQuitAction->setMenuRole(QAction::NoRole);
+    connect(trayQuitAction, &QAction::triggered, this, &WinMenuBarIcon::quitActionClicked);
+
+    mContextMenu = new QMenu();
+    mContextMenu->addAction(trayComposeNewAction);
+    mContextMenu->addAction(trayOpenMainWindowAction);
+    mContextMenu->addSeparator();
+    mContextMenu->addAction(trayLivePhoneViewAction);
+    mContextMenu->addAction(trayPhoneDialerAction);
+    mContextMenu->addAction(trayPreferencesAction);
+    mContextMenu->addAction(trayCloseQuickReplyWindowsAction);
+    mContextMenu->addSeparator();
+
+    if (status > 0) {
+        // Worked out for the row, which is nonetheless drawn like any other entry.
+        const QString colourName = batteryColourName(status);
+        Logger::Debug(logModule, QStringLiteral("[buildContextMenu] battery colour=") + colourName);
+        auto* batteryAction = new QAction(tr("Phone Battery: %1%").arg(status), nullptr);
+        if (isCharging)
+            batteryAction->setIcon(QIcon(QStringLiteral(":/images/kestrelgap.iconset/icon-charging-blue.png")));
+        mContextMenu->addAction(batteryAction);
+        mContextMenu->addSeparator();
+    }
+
+    mContextMenu->addAction(trayQuitAction);
+    if (mTrayIcon)
+        mTrayIcon->setContextMenu(mContextMenu);
+}
+
+void WinMenuBarIcon::updateBatteryStatus(int status, bool isCharging)
+{
+    buildContextMenu(status, isCharging);
+}
+
+void WinMenuBarIcon::translationChanged()
+{
+    Logger::Info(logModule, QStringLiteral("[translationChanged] called"));
+    buildContextMenu(0, false);
+}
+
+void WinMenuBarIcon::setLoginGatedActionsEnabled(bool enabled)
+{
+    for (QAction* action : {trayComposeNewAction, trayPreferencesAction, trayLivePhoneViewAction, trayPhoneDialerAction}) {
+        if (action)
+            action->setEnabled(enabled);
+    }
+}
+
+void WinMenuBarIcon::enableMenuOptionsForLoggedInUser()
+{
+    Logger::Info(logModule, QStringLiteral("[enableMenuOptionsForLoggedInUser] called"));
+    setLoginGatedActionsEnabled(true);
+}
+
+void WinMenuBarIcon::disableMenuOptionsForLoggedInUser()
+{
+    Logger::Info(logModule, QStringLiteral("[disableMenuOptionsForLoggedInUser] called"));
+    setLoginGatedActionsEnabled(false);
+}
+
+void WinMenuBarIcon::addCloseQuickReplyWindowsOption()
+{
+    if (trayCloseQuickReplyWindowsAction)
+        trayCloseQuickReplyWindowsAction->setVisible(true);
+}
+
+void WinMenuBarIcon::removeCloseQuickReplyWindowsOption()
+{
+    if (trayCloseQuickReplyWindowsAction)
+        trayCloseQuickReplyWindowsAction->setVisible(false);
+}
+
+void WinMenuBarIcon::showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout)
+{
+    Logger::Info(logModule, QStringLiteral("[showMessage] title=") + title);
+    // The desktop's own notification service reports clicks back to us; Qt's balloon is the fallback.
+    DesktopNotifier* notifier = DesktopNotifier::instance();
+    if (notifier->isServiceAvailable()
+        && notifier->show(QCoreApplication::applicationName(), title, text, millisTimeout)) {
+        // A new connection per balloon: after n balloons a click runs the slot n times, as with Qt's balloon.
+        connect(notifier, &DesktopNotifier::clicked, this, &WinMenuBarIcon::windowsSystemTrayIconClicked);
+    } else if (mTrayIcon) {
+        mTrayIcon->showMessage(title, text, icon, millisTimeout);
+        connect(mTrayIcon, &QSystemTrayIcon::messageClicked, this, &WinMenuBarIcon::windowsSystemTrayIconClicked);
+    } else {
+        Logger::Warn(logModule, QStringLiteral("[showMessage] no tray icon and no notification service"));
+    }
+    if (mIndexWindow)
+        QApplication::alert(mIndexWindow, 0);
+}
+
+void WinMenuBarIcon::windowsSystemTrayIconClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[windowsSystemTrayIconClicked] called"));
+    if (!mIndexWindow)
+        return;
+    mIndexWindow->activated(QSystemTrayIcon::Trigger);
+    mIndexWindow->showMainWindow();
+}
+
+void WinMenuBarIcon::activated(QSystemTrayIcon::ActivationReason activationReason)
+{
+    // The fall-through is deliberate: a middle click opens the menu just like a left click.
+    switch (activationReason) {
+    case QSystemTrayIcon::MiddleClick:
+        Logger::Info(logModule, QStringLiteral("[activated] - middle click"));
+        Q_FALLTHROUGH();
+    case QSystemTrayIcon::Unknown:
+        Logger::Info(logModule, QStringLiteral("[activated] - unknown"));
+        Q_FALLTHROUGH();
+    case QSystemTrayIcon::Trigger:
+        Logger::Info(logModule, QStringLiteral("[activated] - trigger"));
+        if (mContextMenu)
+            mContextMenu->popup(QCursor::pos());
+        activateHackWindow();
+        break;
+    case QSystemTrayIcon::Context:
+        // The platform opens the context menu itself.
+        Logger::Info(logModule, QStringLiteral("[activated] - context"));
+        break;
+    case QSystemTrayIcon::DoubleClick:
+        Logger::Info(logModule, QStringLiteral("[activated] - double click"));
+        showMainWindow();
+        break;
+    }
+}
+
+void WinMenuBarIcon::activateHackWindow()
+{
+    // The hidden helper window takes activation here once the popup windows exist.
+}
+
+void WinMenuBarIcon::logMenuEvent(const QString& eventName, const QString& location)
+{
+    if (!mIndexWindow)
+        return;
+    auto* json = new QJsonObject();
+    if (!location.isEmpty())
+        json->insert(QStringLiteral("location"), location);
+    mIndexWindow->logAnalyticsEvent(eventName, location, json);
+}
+
+void WinMenuBarIcon::composeNewActionClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[composeNewActionClicked] called"));
+    logMenuEvent(QStringLiteral("compose-new-from-k-icon-dropdown-qt"), QString());
+    if (mIndexWindow)
+        mIndexWindow->composeNewActionClicked();
+}
+
+void WinMenuBarIcon::livePhoneViewActionClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[livePhoneViewActionClicked] called"));
+    logMenuEvent(QStringLiteral("live-phone-view-from-k-icon-dropdown-qt"), QStringLiteral("k-icon"));
+    if (mIndexWindow)
+        mIndexWindow->launchLivePhoneView();
+}
+
+void WinMenuBarIcon::phoneDialerActionClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[phoneDialerActionClicked] called"));
+    logMenuEvent(QStringLiteral("phone-dialer-from-k-icon-dropdown-qt"), QStringLiteral("k-icon"));
+    if (mIndexWindow)
+        mIndexWindow->launchPhoneDialer();
+}
+
+void WinMenuBarIcon::closeQuickReplyWindowsClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[closeQuickReplyWindowsClicked] called"));
+    logMenuEvent(QStringLiteral("close-quickreply-windows-kg-qt"), QStringLiteral("k-icon"));
+    if (mIndexWindow)
+        mIndexWindow->closeAllNotificationWindows();
+}
+
+void WinMenuBarIcon::showMainWindow()
+{
+    Logger::Info(logModule, QStringLiteral("[showMainWindow] called"));
+    logMenuEvent(QStringLiteral("open-kg-main-window-qt"), QStringLiteral("k-icon"));
+    if (mIndexWindow)
+        mIndexWindow->showMainWindow();
+}
+
+void WinMenuBarIcon::showPreferenceDialog()
+{
+    Logger::Info(logModule, QStringLiteral("[showPreferenceDialog] called"));
+    logMenuEvent(QStringLiteral("preferences-clicked-from-kg-menu-qt"), QStringLiteral("k-icon"));
+    mStatusBarIconActions->showPreferenceDialog();
+}
+
+void WinMenuBarIcon::quitActionClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[quitActionClicked] called"));
+    // Logged before the confirmation, so a declined quit is counted too.
+    logMenuEvent(QStringLiteral("quit-kg-qt"), QStringLiteral("k-icon"));
+    mStatusBarIconActions->quitActionClicked();
+}
+
+QRect WinMenuBarIcon::geometry()
+{
+    return mTrayIcon ? mTrayIcon->geometry() : QRect();
+}

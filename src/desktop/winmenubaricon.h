@@ -1,0 +1,71 @@
+#pragma once
+
+#include <QObject>
+#include <QRect>
+#include <QSystemTrayIcon>
+
+class IndexWindow;
+class QAction;
+class QMenu;
+class StatusBarIconActions;
+
+// The icon in the desktop's notification area and its context menu. One per process, never destroyed.
+class WinMenuBarIcon : public QObject
+{
+    Q_OBJECT
+public:
+    static WinMenuBarIcon* getInstance(QObject* parent);
+
+    void show();
+    void hide();
+    void updateBatteryStatus(int status, bool isCharging);
+    void enableMenuOptionsForLoggedInUser();
+    void disableMenuOptionsForLoggedInUser();
+    void addCloseQuickReplyWindowsOption();
+    void removeCloseQuickReplyWindowsOption();
+    void translationChanged();
+    void showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout);
+
+    QSystemTrayIcon* trayIcon() const { return mTrayIcon; }
+    QMenu* contextMenu() const { return mContextMenu; }
+
+    // Colour name of the battery row for a level; empty where no row is shown.
+    static QString batteryColourName(int status);
+
+public slots:
+    void windowsSystemTrayIconClicked();
+    void activated(QSystemTrayIcon::ActivationReason activationReason);
+    void composeNewActionClicked();
+    void showMainWindow();
+    void showPreferenceDialog();
+    void quitActionClicked();
+    void closeQuickReplyWindowsClicked();
+    void livePhoneViewActionClicked();
+    void phoneDialerActionClicked();
+    QRect geometry();
+
+private:
+    explicit WinMenuBarIcon(QObject* parent);
+
+    void buildContextMenu(int status, bool isCharging);
+    void setLoginGatedActionsEnabled(bool enabled);
+    void activateHackWindow();
+    void logMenuEvent(const QString& eventName, const QString& location);
+    // Makes the action on the first build and only renames it later; true when it was made now.
+    bool ensureAction(QAction*& action, const QString& text, const QString& iconPath, const char* slot);
+
+    QSystemTrayIcon* mTrayIcon;
+    QMenu* mContextMenu;
+    QAction* trayComposeNewAction;
+    QAction* trayPreferencesAction;
+    QAction* trayCloseQuickReplyWindowsAction;
+    QAction* trayOpenMainWindowAction;
+    QAction* trayQuitAction;
+    QAction* trayLivePhoneViewAction;
+    QAction* trayPhoneDialerAction;
+    StatusBarIconActions* mStatusBarIconActions;
+    IndexWindow* mIndexWindow;
+
+    static WinMenuBarIcon* sInstance;
+    static bool sInstanceFlag;
+};

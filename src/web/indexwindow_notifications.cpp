@@ -1,0 +1,148 @@
+// IndexWindow: balloons and the way back from a click, notification sounds, the tray's battery row.
+#include "indexwindow.h"
+
+#include <QCoreApplication>
+#include <QIcon>
+#include <QSoundEffect>
+#include <QUrl>
+#include <QWebFrame>
+
+#include "core/logger.h"
+#include "core/properties.h"
+#include "core/windowholders.h"
+#include "desktop/mainwindow.h"
+#include "desktop/winmenubaricon.h"
+#include "notifications/notificator.h"
+#include "notifications/soundplayer.h"
+#include "web/html5webpage.h"
+
+namespace {
+const QString logModule = QStringLiteral("indexwindow");
+// The preview in the preferences dialog is what asks for a label, hence its module.
+const QString labelLogModule = QStringLiteral("settingsdialog");
+const char jsonProperty[] = "json";
+
+QString soundFileForLabel(const QString& label)
+{
+    // Exact and case-sensitive: the dialog's display names ("Ping") are not labels.
+    static const QStringList named = {QStringLiteral("ping"), QStringLiteral("spring"), QStringLiteral("tink"),
+        QStringLiteral("yeah"), QStringLiteral("pillsbury")};
+    if (named.contains(label))
+        return label + QStringLiteral(".wav");
+    return QStringLiteral("proxima.wav");
+}
+} // namespace
+
+void IndexWindow::showNotification(
+    QString json, QString title, QString text, bool launchOnClick, bool showReplyButton, QString contactImage)
+{
+    Logger::Info(logModule, QStringLiteral("[showNotification] text=") + text);
+    // One or two signs are an ordinary text that speaks of percentages; more mean the page sent it encoded.
+    if (text.count(QLatin1Char('%')) > 2) {
+        text.replace(QStringLiteral("+"), QStringLiteral("%20"));
+        text = QUrl::fromEncoded(text.toUtf8(), QUrl::TolerantMode).toString();
+        text = QUrl::fromPercentEncoding(text.toUtf8());
+    }
+    // The earlier one stays alive as a child of this window.
+    notificator = new Notificator(QCoreApplication::applicationName(), json, nativeNotificationTrayIcon, this);
+    const QIcon icon(QStringLiteral("kestrelgap.iconset/icon_16x16.png"));
+    notificator->notify(Notificator::Information, json, title, text, icon, launchOnClick, showReplyButton, contactImage,
+        30000);
+}
+
+void IndexWindow::setJsonForWindows(QString json)
+{
+    setProperty(jsonProperty, json);
+}
+
+void IndexWindow::activated(QSystemTrayIcon::ActivationReason activationReason)
+{
+    Logger::Info(logModule, QStringLiteral("[activated] reason=") + QString::number(int(activationReason)));
+    if (int(activationReason) < 0 || int(activationReason) > 4)
+        return;
+    MainWindow* mainWindow = mainWindowHolder::get();
+    if (mainWindow && (mainWindow->isHidden() || mainWindow->isMinimized()))
+        showMainWindow();
+    const QString json = property(jsonProperty).toString();
+    if (!json.isEmpty()) {
+        processJson(json, QString());
+        // A second click on the same balloon finds nothing to deliver.
+        setJsonForWindows(QString());
+    }
+}
+
+void IndexWindow::messageClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[messageClicked] called"));
+    const QVariant json = property(jsonProperty);
+    if (json.isValid())
+        processJson(json.toString(), QString());
+}
+
+void IndexWindow::processJson(QString json, QString reply)
+{
+    Logger::Info(logModule, QStringLiteral("[processJson] json=") + json + QStringLiteral(", url=")
+            + mWebPage->mainFrame()->url().toString());
+    // The payload goes in as a script expression: it is the page's own JSON.
+    const QString script = reply.isEmpty()
+        ? QStringLiteral("processJSONFromNativeNotificationClickHelper(JSON.stringify(%1));").arg(json)
+        : QStringLiteral("processJSONFromNativeNotificationClickHelper(JSON.stringify(%1),'%2');").arg(json, reply);
+    evaluateInMainFrame(script);
+}
+
+void IndexWindow::showBatteryStatus(int status, bool isCharging)
+{
+    Logger::Info(logModule, QStringLiteral("[showBatteryStatus] - status=") + QString::number(status)
+            + QStringLiteral(", isCharging=") + QVariant(isCharging).toString());
+    WinMenuBarIcon::getInstance(nullptr)->updateBatteryStatus(status, isCharging);
+}
+
+bool IndexWindow::isNotificationSoundEnabledForThisOSVersion()
+{
+    // There the system's own toast sounds already; a second sound from us would double it.
+    if (Properties::getOsVersion().startsWith(QLatin1String("WIN10")))
+        return getNativeNotificationSetting() != QLatin1String("native-notification");
+    return true;
+}
+
+void IndexWindow::playNotificationSound()
+{
+    const bool playSound = isNotificationSoundEnabled() && isNotificationSoundEnabledForThisOSVersion();
+    Logger::Info(logModule, QStringLiteral("[playNotificationSound] - playSound=") + QVariant(playSound).toString());
+    if (playSound)
+        playNotificationSound(getNotificationSoundSetting());
+}
+
+void IndexWindow::playNotificationSound(QString label)
+{
+    Logger::Info(labelLogModule, QStringLiteral("[playNotificationSound] label=") + label);
+    const QString file = soundFileForLabel(label);
+    const QStringList mimeTypes = QSoundEffect::supportedMimeTypes();
+    Logger::Debug(logModule, QStringLiteral("[playNotificationSound] - smt length=") + QString::number(mimeTypes.size()));
+    for (int i = 0; i < mimeTypes.size(); ++i) {
+        Logger::Debug(logModule,
+            QStringLiteral("[playNotificationSound] - supported mimetype[%1]=").arg(i) + mimeTypes.at(i));
+    }
+    // Played whatever the list says: an empty list has been seen on systems that play wave files fine.
+    SoundPlayer::instance()->play(QStringLiteral(":/sounds/sounds/") + file);
+}
+
+void IndexWindow::soundEffectStatusChanged()
+{
+    Logger::Info(logModule, QStringLiteral("[soundEffectStatusChanged] status=") + QString::number(soundEffect.status()));
+    if (soundEffect.status() == QSoundEffect::Ready)
+        soundEffect.play();
+}
+
+void IndexWindow::closeAllNotificationWindows()
+{
+    Logger::Info(logModule, QStringLiteral("[closeAllNotificationWindows] called"));
+    // The quick-reply popups close here once the popup windows exist.
+    WinMenuBarIcon::getInstance(nullptr)->removeCloseQuickReplyWindowsOption();
+}
+
+void IndexWindow::closeNotificationWindow(QString key)
+{
+    Logger::Info(logModule, QStringLiteral("[closeNotificationWindow] key=") + key);
+    // The popup of this key closes here once the popup windows exist.
+}
