@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QFile>
+#include <QGraphicsWebView>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUrl>
+#include <QWebFrame>
+#include <QWebPage>
+
+#include "web/indexwindow.h"
+
+// A main page that records what the native side asks of it: tracker events and helper calls.
+class RecordingPage
+{
+public:
+    bool load(IndexWindow* window)
+    {
+        mWindow = window;
+        static const char html[] = R"(<html><head><script>
+  window.events = [];
+  function record(text) { window.events.push(text); }
+  var _gaq = { push: function (a) { record('ga:' + a[2] + ':' + a[3]); } };
+  var _kmq = { push: function (a) { record('km:' + a[1] + ':' + JSON.stringify(a[2])); } };
+  function nativeAppWindowComposeSingleMessageHelper() { record('compose'); }
+  function openPhoneLiveViewInNativeAppWindow(o) { record('open:' + o.type); }
+  function processJSONFromNativeNotificationClickHelper(json, reply) {
+    record('json:' + json + (reply === undefined ? '' : ':' + reply));
+  }
+</script></head><body><p>page</p></body></html>)";
+        if (!mDir.isValid())
+            return false;
+        QFile file(mDir.filePath(QStringLiteral("main-recorder.html")));
+        if (!file.open(QIODevice::WriteOnly) || file.write(html) < 0)
+            return false;
+        file.close();
+        QSignalSpy finished(window->webView()->page(), &QWebPage::loadFinished);
+        window->loadUrl(QUrl::fromLocalFile(file.fileName()));
+        return QTest::qWaitFor([&] { return !finished.isEmpty() && finished.last().first().toBool(); }, 10000);
+    }
+
+    QStringList events() const
+    {
+        return mWindow->webView()->page()->mainFrame()->evaluateJavaScript(QStringLiteral("window.events")).toStringList();
+    }
+
+    void clear() { mWindow->webView()->page()->mainFrame()->evaluateJavaScript(QStringLiteral("window.events = [];")); }
+
+private:
+    QTemporaryDir mDir;
+    IndexWindow* mWindow = nullptr;
+};
