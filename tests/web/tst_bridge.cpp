@@ -83,18 +83,11 @@ const SlotRow builtSlots[] = {
     {"settingsActionClicked()", "void"},
     {"launchLivePhoneView()", "void"},
     {"launchPhoneDialer()", "void"},
-};
-
-// Slots that arrive with the tray, popups, sounds, downloads, updates, language and start-at-login.
-// Move a row up when its slot lands; together the two lists are the whole published surface.
-const SlotRow laterSlots[] = {
     {"showBatteryStatus(int,bool)", "void"},
     {"showBatteryStatus(int)", "void"},
-    {"changeLanguageCode(QString)", "void"},
     {"showNotification(QString,QString,QString,bool,bool,QString)", "void"},
     {"showNotification(QString,QString,QString,bool,bool)", "void"},
     {"showNotification(QString,QString,QString,bool)", "void"},
-    {"launchQuickReply(QString,QString,int,int,QString)", "bool"},
     {"closeAllNotificationWindows()", "void"},
     {"closeNotificationWindow(QString)", "void"},
     {"setJsonForWindows(QString)", "void"},
@@ -106,6 +99,13 @@ const SlotRow laterSlots[] = {
     {"playNotificationSound()", "void"},
     {"playNotificationSound(QString)", "void"},
     {"soundEffectStatusChanged()", "void"},
+};
+
+// Slots that arrive with the tray, popups, sounds, downloads, updates, language and start-at-login.
+// Move a row up when its slot lands; together the two lists are the whole published surface.
+const SlotRow laterSlots[] = {
+    {"changeLanguageCode(QString)", "void"},
+    {"launchQuickReply(QString,QString,int,int,QString)", "bool"},
     {"downloadFile(QString,QString,QString,long,bool)", "void"},
     {"mediaDownloadComplete(QString,QString)", "void"},
     {"showInFolder(QString&)", "void"},
