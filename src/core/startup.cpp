@@ -17,6 +17,7 @@
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 #include "qtsingleapplication/qtsingleapplication.h"
+#include "resourceinit.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
 
@@ -98,6 +99,8 @@ int Startup::run(int argc, char** argv)
         return 0;
     }
     Logger::Debug(logModule, QStringLiteral("[main] - id=") + app->id());
+    // The menu glyphs and the notification sounds live in the compiled-in resources.
+    kestrelgapInitResources();
 
     setUpTextCipher();
     QGuiApplication::setQuitOnLastWindowClosed(false);
