@@ -2,9 +2,8 @@
 
 #include <QDBusConnection>
 #include <QDBusContext>
+#include <QDBusMessage>
 #include <QMutex>
-#include <QObject>
-#include <QStringList>
 #include <QThread>
 #include <QVariantMap>
 
@@ -16,40 +15,71 @@ class FakeNotificationService : public QObject, protected QDBusContext
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
 public:
     struct Notification {
-        uint id;
-        QString appName;
-        uint replacesId;
-        QString summary;
-        QString body;
+        uint id, replacesId;
+        QString appName, summary, body;
         QStringList actions;
         int timeout;
     };
 
-    FakeNotificationService();
-    ~FakeNotificationService() override;
+    FakeNotificationService() : mBus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "fake-notifications"))
+    {
+        mThread.start();
+        moveToThread(&mThread);
+        mBus.registerObject(path, this, QDBusConnection::ExportAllSlots);
+    }
+    ~FakeNotificationService() override
+    {
+        stop();
+        mThread.quit();
+        mThread.wait();
+    }
 
-    bool start();
-    void stop();
+    bool start() { return mBus.registerService(service); }
+    void stop() { mBus.unregisterService(service); }
 
-    QList<Notification> received() const;
-    void clear();
-    void setCapabilities(const QStringList& capabilities);
-    void setRefuseNotify(bool refuse);
+    QList<Notification> received() const
+    {
+        QMutexLocker lock(&mMutex);
+        return mReceived;
+    }
+    void reset(bool refuse = false, bool markup = false)
+    {
+        QMutexLocker lock(&mMutex);
+        mReceived.clear();
+        mRefuse = refuse;
+        mMarkup = markup;
+    }
     // What the desktop sends when the user clicks a notification or one of its buttons.
-    void click(uint id, const QString& actionKey = QStringLiteral("default"));
+    void click(uint id, const QString& action = QStringLiteral("default"))
+    {
+        mBus.send(QDBusMessage::createSignal(path, service, QStringLiteral("ActionInvoked")) << id << action);
+    }
 
 public slots:
-    uint Notify(const QString& appName, uint replacesId, const QString& appIcon, const QString& summary,
-        const QString& body, const QStringList& actions, const QVariantMap& hints, int timeout);
-    QStringList GetCapabilities();
-    void CloseNotification(uint id);
+    uint Notify(const QString& appName, uint replacesId, const QString&, const QString& summary, const QString& body,
+        const QStringList& actions, const QVariantMap&, int timeout)
+    {
+        QMutexLocker lock(&mMutex);
+        if (mRefuse) {
+            sendErrorReply(QDBusError::Failed, QStringLiteral("refused"));
+            return 0;
+        }
+        mReceived << Notification {replacesId ? replacesId : ++mLastId, replacesId, appName, summary, body, actions, timeout};
+        return mReceived.last().id;
+    }
+    QStringList GetCapabilities()
+    {
+        QMutexLocker lock(&mMutex);
+        return mMarkup ? QStringList {"actions", "body", "body-markup"} : QStringList {"actions", "body"};
+    }
 
 private:
+    const QString service = QStringLiteral("org.freedesktop.Notifications");
+    const QString path = QStringLiteral("/org/freedesktop/Notifications");
     mutable QMutex mMutex;
     QList<Notification> mReceived;
-    QStringList mCapabilities {QStringLiteral("actions"), QStringLiteral("body")};
-    bool mRefuse = false;
-    uint mNextId = 1;
+    bool mRefuse = false, mMarkup = false;
+    uint mLastId = 0;
     QThread mThread;
-    QDBusConnection mConnection;
+    QDBusConnection mBus;
 };

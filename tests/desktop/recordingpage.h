@@ -5,7 +5,6 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QUrl>
 #include <QWebFrame>
 #include <QWebPage>
 
@@ -17,37 +16,29 @@ class RecordingPage
 public:
     bool load(IndexWindow* window)
     {
-        mWindow = window;
-        static const char html[] = R"(<html><head><script>
+        mFrame = window->webView()->page()->mainFrame();
+        QFile file(mDir.filePath(QStringLiteral("recorder.html")));
+        if (!file.open(QIODevice::WriteOnly))
+            return false;
+        file.write(R"(<html><script>
   window.events = [];
   function record(text) { window.events.push(text); }
   var _gaq = { push: function (a) { record('ga:' + a[2] + ':' + a[3]); } };
   var _kmq = { push: function (a) { record('km:' + a[1] + ':' + JSON.stringify(a[2])); } };
   function nativeAppWindowComposeSingleMessageHelper() { record('compose'); }
   function openPhoneLiveViewInNativeAppWindow(o) { record('open:' + o.type); }
-  function processJSONFromNativeNotificationClickHelper(json, reply) {
-    record('json:' + json + (reply === undefined ? '' : ':' + reply));
-  }
-</script></head><body><p>page</p></body></html>)";
-        if (!mDir.isValid())
-            return false;
-        QFile file(mDir.filePath(QStringLiteral("main-recorder.html")));
-        if (!file.open(QIODevice::WriteOnly) || file.write(html) < 0)
-            return false;
+  function processJSONFromNativeNotificationClickHelper(json, reply) { record('json:' + json); }
+</script></html>)");
         file.close();
-        QSignalSpy finished(window->webView()->page(), &QWebPage::loadFinished);
+        QSignalSpy finished(mFrame->page(), &QWebPage::loadFinished);
         window->loadUrl(QUrl::fromLocalFile(file.fileName()));
         return QTest::qWaitFor([&] { return !finished.isEmpty() && finished.last().first().toBool(); }, 10000);
     }
 
-    QStringList events() const
-    {
-        return mWindow->webView()->page()->mainFrame()->evaluateJavaScript(QStringLiteral("window.events")).toStringList();
-    }
-
-    void clear() { mWindow->webView()->page()->mainFrame()->evaluateJavaScript(QStringLiteral("window.events = [];")); }
+    QStringList events() const { return mFrame->evaluateJavaScript(QStringLiteral("window.events")).toStringList(); }
+    void clear() { mFrame->evaluateJavaScript(QStringLiteral("window.events = [];")); }
 
 private:
     QTemporaryDir mDir;
-    IndexWindow* mWindow = nullptr;
+    QWebFrame* mFrame = nullptr;
 };
