@@ -344,7 +344,7 @@ void MainWindow::aboutToQuit()
 
 void MainWindow::closePopupsAndHackWindow()
 {
-    // The page's popups are closed through IndexWindow here once it can close them; the hidden
-    // helper window goes last.
+    // The hidden helper window goes last.
+    mIndexWindow->closeAllNotificationWindows();
     NotificationWindowManager::getInstance()->getHackWindow()->forceClose();
 }

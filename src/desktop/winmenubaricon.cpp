@@ -10,6 +10,8 @@
 #include "core/logger.h"
 #include "core/windowholders.h"
 #include "desktop/statusbariconactions.h"
+#include "notifications/notificationwindow.h"
+#include "notifications/notificationwindowmanager.h"
 #include "platform/desktopnotifier.h"
 #include "web/indexwindow.h"
 
@@ -249,7 +251,8 @@ void WinMenuBarIcon::activated(QSystemTrayIcon::ActivationReason activationReaso
 
 void WinMenuBarIcon::activateHackWindow()
 {
-    // The hidden helper window takes activation here once the popup windows exist.
+    // Lets the menu take focus, so that a click elsewhere closes it.
+    NotificationWindowManager::getInstance()->getHackWindow()->activateWindow();
 }
 
 void WinMenuBarIcon::logMenuEvent(const QString& eventName, const QString& location)

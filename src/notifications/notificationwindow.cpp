@@ -212,18 +212,12 @@ void NotificationWindow::genericNativeNotificationButtonClicked(QString buttonJs
             + QString::number(timer.elapsed()) + QStringLiteral(" ms"));
 }
 
-void NotificationWindow::resizeWindow(QString notificationId, int width, int height)
-{
-    // The page's size request is honoured here together with the tracking of user drags, which
-    // has to tell the resulting moves from a drag.
-    Logger::Info(logModule, QStringLiteral("[resizeWindow] id=%1, width=%2, height=%3")
-            .arg(notificationId).arg(width).arg(height));
-}
-
 void NotificationWindow::playNotificationSound()
 {
-    // The sound is played by the main window's sound rules once they exist.
+    // Under the main window's rules, so a popup sounds only when the user wants it to.
     Logger::Info(logModule, QStringLiteral("[playNotificationSound] called"));
+    if (IndexWindow* indexWindow = indexWindowHolder::get())
+        indexWindow->playNotificationSound();
 }
 
 void NotificationWindow::enterEvent(QEvent* event)

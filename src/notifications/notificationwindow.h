@@ -9,6 +9,8 @@
 
 class Html5WebPage;
 class QCloseEvent;
+class QDragMoveEvent;
+class QMoveEvent;
 class QNetworkReply;
 
 // One popup web window: a quick-reply notification, the compose-new window, or the hidden helper
@@ -59,6 +61,8 @@ private slots:
 
 protected:
     void enterEvent(QEvent* event) override;
+    void moveEvent(QMoveEvent* event) override;
+    void dragMoveEvent(QDragMoveEvent* event) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:

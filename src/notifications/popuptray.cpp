@@ -1,15 +1,19 @@
 #include "popuptray.h"
 
+#include "desktop/winmenubaricon.h"
+
 namespace {
 
-// The program's tray icon. Its menu and geometry come from the tray icon class; until that is
-// wired in here, the icon reports no place and there is no close entry to show or hide.
+// The program's tray icon.
 class ApplicationTray : public PopupTray
 {
 public:
-    QRect geometry() override { return QRect(); }
-    void addCloseQuickReplyWindowsOption() override { }
-    void removeCloseQuickReplyWindowsOption() override { }
+    QRect geometry() override { return WinMenuBarIcon::getInstance(nullptr)->geometry(); }
+    void addCloseQuickReplyWindowsOption() override { WinMenuBarIcon::getInstance(nullptr)->addCloseQuickReplyWindowsOption(); }
+    void removeCloseQuickReplyWindowsOption() override
+    {
+        WinMenuBarIcon::getInstance(nullptr)->removeCloseQuickReplyWindowsOption();
+    }
 };
 
 PopupTray* standIn = nullptr;

@@ -71,7 +71,8 @@ public slots:
     void setNotificationSoundEnabled(QString value);
     bool isNotificationSoundEnabled();
 
-    // Balloons, the way back from a click, sounds and the tray's battery row
+    // Popups, balloons, the way back from a click, sounds and the tray's battery row
+    bool launchQuickReply(QString key, QString json, int width, int height, QString title);
     void showNotification(QString json, QString title, QString text, bool launchOnClick, bool showReplyButton = false,
         QString contactImage = QString());
     void setJsonForWindows(QString json);

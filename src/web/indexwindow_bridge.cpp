@@ -6,6 +6,7 @@
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "desktop/winmenubaricon.h"
+#include "notifications/notificationwindowmanager.h"
 
 namespace {
 const QString logModule = QStringLiteral("indexwindow");
@@ -64,7 +65,7 @@ void IndexWindow::startVersionCheck()
 
 void IndexWindow::closeAllPopupsAndClearBattery()
 {
-    // All popups close here once the popup windows exist.
+    NotificationWindowManager::getInstance()->closeAllNotificationWindows();
     showBatteryStatus(0, false);
 }
 

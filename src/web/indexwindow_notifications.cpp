@@ -2,16 +2,23 @@
 #include "indexwindow.h"
 
 #include <QCoreApplication>
+#include <QGraphicsWebView>
 #include <QIcon>
+#include <QMutexLocker>
 #include <QSoundEffect>
 #include <QUrl>
 #include <QWebFrame>
+#include <QWebInspector>
+#include <QWebPage>
+#include <QWebSettings>
 
 #include "core/logger.h"
 #include "core/properties.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "desktop/winmenubaricon.h"
+#include "notifications/notificationwindow.h"
+#include "notifications/notificationwindowmanager.h"
 #include "notifications/notificator.h"
 #include "notifications/soundplayer.h"
 #include "web/html5webpage.h"
@@ -32,6 +39,36 @@ QString soundFileForLabel(const QString& label)
     return QStringLiteral("proxima.wav");
 }
 } // namespace
+
+bool IndexWindow::launchQuickReply(QString key, QString json, int width, int height, QString title)
+{
+    Logger::Info(logModule, QStringLiteral("[launchQuickReply] width=%1, height=%2, title=").arg(width).arg(height) + title);
+    // Not recursive: nothing run from here may call back into this slot.
+    QMutexLocker lock(&notificationMutex);
+    NotificationWindowManager* manager = NotificationWindowManager::getInstance();
+    if (!manager->hasNotificationWindow(key)) {
+        notificationWindow = manager->createNotificationWindow(key, json, width, height);
+        if (Logger::isDebugCodeValid()) {
+            QWebPage* page = notificationWindow->webView()->page();
+            page->settings()->setAttribute(QWebSettings::DeveloperExtrasEnabled, true);
+            auto* inspector = new QWebInspector();
+            inspector->setPage(page);
+        }
+        if (!title.isEmpty())
+            notificationWindow->setWindowTitle(title);
+    } else {
+        // A new message of a thread already open goes to its window; it is neither moved nor raised.
+        notificationWindow = manager->getNotificationWindow(key);
+        if (notificationWindow) {
+            notificationWindow->webView()->page()->mainFrame()->evaluateJavaScript(
+                QStringLiteral("processSecondJSONPayloadForAlreadyOpenedNotificationWindowHelper('%1');").arg(json));
+        } else {
+            // The compose window, or a popup already on its way out, holds the key: nothing more to open.
+            Logger::Info(logModule, QStringLiteral("[launchQuickReply] no window to feed for key ") + key);
+        }
+    }
+    return true;
+}
 
 void IndexWindow::showNotification(
     QString json, QString title, QString text, bool launchOnClick, bool showReplyButton, QString contactImage)
@@ -137,12 +174,12 @@ void IndexWindow::soundEffectStatusChanged()
 void IndexWindow::closeAllNotificationWindows()
 {
     Logger::Info(logModule, QStringLiteral("[closeAllNotificationWindows] called"));
-    // The quick-reply popups close here once the popup windows exist.
+    NotificationWindowManager::getInstance()->closeAllQuickReplyWindows();
     WinMenuBarIcon::getInstance(nullptr)->removeCloseQuickReplyWindowsOption();
 }
 
 void IndexWindow::closeNotificationWindow(QString key)
 {
     Logger::Info(logModule, QStringLiteral("[closeNotificationWindow] key=") + key);
-    // The popup of this key closes here once the popup windows exist.
+    NotificationWindowManager::getInstance()->closeNotificationWindow(key);
 }

@@ -83,6 +83,7 @@ const SlotRow builtSlots[] = {
     {"settingsActionClicked()", "void"},
     {"launchLivePhoneView()", "void"},
     {"launchPhoneDialer()", "void"},
+    {"launchQuickReply(QString,QString,int,int,QString)", "bool"},
     {"showBatteryStatus(int,bool)", "void"},
     {"showBatteryStatus(int)", "void"},
     {"showNotification(QString,QString,QString,bool,bool,QString)", "void"},
@@ -105,7 +106,6 @@ const SlotRow builtSlots[] = {
 // Move a row up when its slot lands; together the two lists are the whole published surface.
 const SlotRow laterSlots[] = {
     {"changeLanguageCode(QString)", "void"},
-    {"launchQuickReply(QString,QString,int,int,QString)", "bool"},
     {"downloadFile(QString,QString,QString,long,bool)", "void"},
     {"mediaDownloadComplete(QString,QString)", "void"},
     {"showInFolder(QString&)", "void"},
