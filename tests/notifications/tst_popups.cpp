@@ -589,7 +589,12 @@ void TestPopups::reflowAfterClose()
         y = int(window->frameGeometry().height() + y + mScreen.osScale * 3.0);
     }
 
-    const int highestIndex = windows.last()->property(PopupProperty::widgetIndex).toInt();
+    // The next popup continues below the newest window still in the stack.
+    int chainEnd = 0;
+    for (int i = 0; i < closed; ++i) {
+        if (!steps.at(i).dragAway)
+            chainEnd = qMax(chainEnd, windows.at(i)->property(PopupProperty::widgetIndex).toInt());
+    }
     const int removedBefore = mTray.removed;
     QPointer<NotificationWindow> gone(closing);
     closing->forceClose();
@@ -608,13 +613,17 @@ void TestPopups::reflowAfterClose()
         QCOMPARE(window->property(PopupProperty::yPosition).toInt(), expected.value(window).top());
         QCOMPARE(window->property(PopupProperty::finalYPosition).toInt(), expected.value(window).top());
         QCOMPARE(window->property(PopupProperty::finalXPosition).toInt(), expectedFinalX.value(window));
+        // Held short of its recorded place by 5 pixels or more, a window counts as dragged away.
+        const bool droppedOut = qAbs(expected.value(window).left() - expectedFinalX.value(window)) >= 5;
+        QCOMPARE(window->property(PopupProperty::widgetMoved).toBool(), droppedOut);
+        if (!droppedOut)
+            chainEnd = qMax(chainEnd, window->property(PopupProperty::widgetIndex).toInt());
     }
 
-    // The chain keeps its indices, so the next popup continues below the newest.
+    // The chain keeps its indices.
     NotificationWindow* next = openShown(QStringLiteral("after"));
     QVERIFY(next);
-    const int expectedIndex = closed == windows.size() - 1 ? closed + 1 : highestIndex + 1;
-    QCOMPARE(next->property(PopupProperty::widgetIndex).toInt(), expectedIndex);
+    QCOMPARE(next->property(PopupProperty::widgetIndex).toInt(), chainEnd + 1);
 }
 
 void TestPopups::lookups_data()
