@@ -25,6 +25,13 @@ int intOrZero(const QVariant& value)
 
 void NotificationWindow::moveEvent(QMoveEvent* event)
 {
+    // X11 confirms where a window was mapped with a move that changes nothing. Taken as a move, it
+    // would raise and activate the window long after start-up, over whatever the user has focused.
+    if (event->pos() == event->oldPos()) {
+        Html5ApplicationViewer::moveEvent(event);
+        return;
+    }
+
     bool resized = false;
     QVariant resizingWindow = property(PopupProperty::resizingWindow);
     if (resizingWindow.isValid() && resizingWindow.toBool()) {
