@@ -51,11 +51,6 @@ int shownMessages(NotificationWindow* window)
     return window->webView()->page()->mainFrame()->evaluateJavaScript("document.querySelectorAll('.message').length").toInt();
 }
 
-bool movedFlag(QWidget* window)
-{
-    return window->property("widget-moved").toBool();
-}
-
 // Records where a window's client area stands at each move it is told about.
 struct MoveRecorder : QObject {
     QList<QPoint> moves;
@@ -82,8 +77,6 @@ private slots:
     void trayEntryFollowsRealPopups();
     void drags_data();
     void drags();
-    void dragBackRejoinsStack();
-    void resizedPopupStaysInStack();
     void resizeFigures_data();
     void resizeFigures();
 
@@ -182,48 +175,35 @@ void TestRoutingPopups::trayEntryFollowsRealPopups()
 
 void TestRoutingPopups::drags_data()
 {
-    QTest::addColumn<int>("dx");
-    QTest::addColumn<int>("dy");
+    QTest::addColumn<bool>("pageResizedIt");
+    QTest::addColumn<QList<QPoint>>("steps");
     QTest::addColumn<bool>("moved");
 
-    QTest::newRow("4 left") << -4 << 0 << false;
-    QTest::newRow("5 left") << -5 << 0 << true;
-    QTest::newRow("5 right") << 5 << 0 << true;
-    QTest::newRow("300 straight down") << 0 << 300 << false;
-    QTest::newRow("4 left, 100 down") << -4 << 100 << false;
+    QTest::newRow("4 left") << false << QList<QPoint> {{-4, 0}} << false;
+    QTest::newRow("5 left") << false << QList<QPoint> {{-5, 0}} << true;
+    QTest::newRow("5 right") << false << QList<QPoint> {{5, 0}} << true;
+    QTest::newRow("300 straight down") << false << QList<QPoint> {{0, 300}} << false;
+    QTest::newRow("4 left, 100 down") << false << QList<QPoint> {{-4, 100}} << false;
+    QTest::newRow("back within 5") << false << QList<QPoint> {{-120, 40}, {117, 0}} << false;
+    // Judged at its requested size from then on, it can't be dragged out of the stack.
+    QTest::newRow("after the page resized it") << true << QList<QPoint> {{-300, 0}} << false;
 }
 
 void TestRoutingPopups::drags()
 {
-    QFETCH(int, dx);
-    QFETCH(int, dy);
+    QFETCH(bool, pageResizedIt);
+    QFETCH(QList<QPoint>, steps);
     QFETCH(bool, moved);
 
     NotificationWindow* window = openShown(QStringLiteral("drag"));
     QVERIFY(window);
-    QVERIFY(moveBy(window, dx, dy));
-    QCOMPARE(movedFlag(window), moved);
-}
-
-void TestRoutingPopups::dragBackRejoinsStack()
-{
-    NotificationWindow* window = openShown(QStringLiteral("back"));
-    QVERIFY(window);
-    QVERIFY(moveBy(window, -120, 40));
-    QVERIFY(movedFlag(window));
-    QVERIFY(moveBy(window, 117, 0));
-    QVERIFY(!movedFlag(window));
-}
-
-void TestRoutingPopups::resizedPopupStaysInStack()
-{
-    NotificationWindow* window = openShown(QStringLiteral("resized"));
-    QVERIFY(window);
-    window->resizeWindow(QStringLiteral("resized"), 340, 260);
-    QTRY_COMPARE(window->size(), QSize(340, 260));
-    // Judged at its requested size from now on, a drag can't take it out of the stack.
-    QVERIFY(moveBy(window, -300, 0));
-    QVERIFY(!movedFlag(window));
+    if (pageResizedIt) {
+        window->resizeWindow(QStringLiteral("drag"), 340, 260);
+        QTRY_COMPARE(window->size(), QSize(340, 260));
+    }
+    for (const QPoint& step : steps)
+        QVERIFY(moveBy(window, step.x(), step.y()));
+    QCOMPARE(window->property("widget-moved").toBool(), moved);
 }
 
 void TestRoutingPopups::resizeFigures_data()
