@@ -2,16 +2,24 @@
 // client from its staged folder and the real devhost, driven through the X display with xdotool
 // (keys and window geometry) and followed through the devhost's request log.
 #include <QDir>
+#include <QMap>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QtTest>
+
+#include <algorithm>
 
 #include "stagedfolder.h"
 
 namespace {
 
 constexpr int startTimeoutMs = 30000;
+// The demo messenger's five conversations: one popup each, titled with the contact's name.
+const QString popupTitles = QStringLiteral("^(Maya Lindqvist|Dad|Jonah Price|Pharmacy|Priya Nair)$");
 
 QString run(const QString& program, const QStringList& arguments)
 {
@@ -20,6 +28,34 @@ QString run(const QString& program, const QStringList& arguments)
     if (!process.waitForFinished(10000))
         return QString();
     return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+// Empty when the popups stand as a tidy stack: equal sizes, columns filled from the top of the
+// screen with no gap beyond a title bar and a spacing, the first column at the right edge.
+QString stackProblem(const QList<QRect>& popups, int screenWidth)
+{
+    if (popups.isEmpty())
+        return QStringLiteral("no popups");
+    QMap<int, QList<QRect>> columns; // by left edge
+    for (const QRect& popup : popups) {
+        if (popup.size() != popups.first().size())
+            return QStringLiteral("popups of different sizes");
+        columns[popup.x()] << popup;
+    }
+    const int rightGap = screenWidth - (columns.lastKey() + popups.first().width());
+    if (rightGap < 0 || rightGap > 60)
+        return QStringLiteral("first column %1 px from the right edge").arg(rightGap);
+    for (QList<QRect> column : columns) {
+        std::sort(column.begin(), column.end(), [](const QRect& a, const QRect& b) { return a.y() < b.y(); });
+        if (column.first().y() > 120)
+            return QStringLiteral("column at x=%1 starts at y=%2").arg(column.first().x()).arg(column.first().y());
+        for (int i = 1; i < column.size(); ++i) {
+            const int gap = column.at(i).y() - column.at(i - 1).bottom() - 1;
+            if (gap < 0 || gap > 80)
+                return QStringLiteral("gap of %1 px at x=%2, y=%3").arg(gap).arg(column.at(i).x()).arg(column.at(i).y());
+        }
+    }
+    return QString();
 }
 
 } // namespace
@@ -38,14 +74,19 @@ private:
     bool startClient();
     bool devHostSaw(const QString& requestPrefix) const;
     QList<qulonglong> clientWindows() const;
+    // The visible popups by window, with their places on the screen.
+    QMap<qulonglong, QRect> popups() const;
+    bool pushEvent(const QByteArray& json);
     // The main window: the client's largest window that carries the program's name.
     qulonglong mainWindow() const;
     QSize windowSize(qulonglong window) const;
+    QRect windowGeometry(qulonglong window) const;
     qulonglong activeClientWindow() const;
     void sendKeys(qulonglong window, const QString& keys);
     void quitWithCtrlQAndYes();
 
     QString mXdotool;
+    QTemporaryDir mTmp;
     QProcess mDevHost;
     QProcess mClient;
     QStringList mRequests;
@@ -58,6 +99,14 @@ void TestEndToEnd::initTestCase()
     QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "runs inside scripts/desktop-session.sh --wm");
     QVERIFY2(StagedFolder::enter(), "the build stages the program folder");
     QVERIFY(QFileInfo(QStringLiteral(KESTRELGAP_DEVHOST_BINARY)).isExecutable());
+
+    // A private TMPDIR keeps the client's single-instance lock and socket apart from any other
+    // copy running on this machine for the same user.
+    QVERIFY(mTmp.isValid());
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("TMPDIR"), mTmp.path());
+    mDevHost.setProcessEnvironment(environment);
+    mClient.setProcessEnvironment(environment);
 
     mDevHost.setProcessChannelMode(QProcess::MergedChannels);
     connect(&mDevHost, &QProcess::readyReadStandardOutput, this, [this] {
@@ -139,11 +188,40 @@ qulonglong TestEndToEnd::mainWindow() const
 
 QSize TestEndToEnd::windowSize(qulonglong window) const
 {
+    return windowGeometry(window).size();
+}
+
+QRect TestEndToEnd::windowGeometry(qulonglong window) const
+{
     const QString shell =
         run(mXdotool, {QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), QString::number(window)});
-    const QRegularExpressionMatch width = QRegularExpression(QStringLiteral("WIDTH=(\\d+)")).match(shell);
-    const QRegularExpressionMatch height = QRegularExpression(QStringLiteral("HEIGHT=(\\d+)")).match(shell);
-    return QSize(width.captured(1).toInt(), height.captured(1).toInt());
+    const auto field = [&shell](const char* name) {
+        return QRegularExpression(QStringLiteral("%1=(-?\\d+)").arg(QLatin1String(name))).match(shell).captured(1).toInt();
+    };
+    return QRect(field("X"), field("Y"), field("WIDTH"), field("HEIGHT"));
+}
+
+QMap<qulonglong, QRect> TestEndToEnd::popups() const
+{
+    QMap<qulonglong, QRect> popups;
+    const QString found = run(mXdotool, {QStringLiteral("search"), QStringLiteral("--all"), QStringLiteral("--onlyvisible"),
+                                         QStringLiteral("--pid"), QString::number(mClient.processId()),
+                                         QStringLiteral("--name"), popupTitles});
+    for (const QString& id : found.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        popups.insert(id.toULongLong(), windowGeometry(id.toULongLong()));
+    return popups;
+}
+
+bool TestEndToEnd::pushEvent(const QByteArray& json)
+{
+    QNetworkAccessManager network;
+    QNetworkRequest request(QUrl(QStringLiteral("http://" KESTRELGAP_SERVICE_HOST "/demo/events")));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    QNetworkReply* reply = network.post(request, json);
+    const bool finished = QTest::qWaitFor([reply] { return reply->isFinished(); }, 10000);
+    const bool ok = finished && reply->error() == QNetworkReply::NoError;
+    delete reply;
+    return ok;
 }
 
 void TestEndToEnd::sendKeys(qulonglong window, const QString& keys)
@@ -207,6 +285,35 @@ void TestEndToEnd::signInQuitAndComeBackSignedIn()
     QVERIFY(screenWidth > 0);
     QTRY_VERIFY_WITH_TIMEOUT(windowSize(mainWindow()).width() >= qMin(1366, screenWidth - 100), startTimeoutMs);
     QVERIFY(windowSize(mainWindow()).height() > loginSize.height());
+
+    // Five texts to five threads, on the quick-reply route a fresh profile starts with.
+    qInfo("five texts");
+    QVERIFY(pushEvent(R"({"type":"text","count":5})"));
+    QMap<qulonglong, QRect> shown;
+    QTRY_VERIFY_WITH_TIMEOUT((shown = popups()).size() == 5, startTimeoutMs);
+    // Placed before they show, but the window manager may still be settling the last one.
+    QTRY_VERIFY2_WITH_TIMEOUT(stackProblem((shown = popups()).values(), screenWidth).isEmpty(),
+                              qPrintable(stackProblem(shown.values(), screenWidth)), startTimeoutMs);
+    QCOMPARE(shown.size(), 5);
+
+    // Closing the top one of the first column: the ones below slide up into its place. Its reply
+    // box is empty, so the page lets it go without asking.
+    qulonglong top = shown.firstKey();
+    for (auto it = shown.cbegin(); it != shown.cend(); ++it) {
+        if (it.value().x() > shown.value(top).x() || (it.value().x() == shown.value(top).x() && it.value().y() < shown.value(top).y()))
+            top = it.key();
+    }
+    qInfo("closing one popup");
+    sendKeys(top, QStringLiteral("ctrl+w"));
+    QMap<qulonglong, QRect> left;
+    QTRY_VERIFY_WITH_TIMEOUT((left = popups()).size() == 4, startTimeoutMs);
+    QVERIFY(!left.contains(top));
+    QTRY_VERIFY2_WITH_TIMEOUT(stackProblem((left = popups()).values(), screenWidth).isEmpty() && left.size() == 4,
+                              qPrintable(stackProblem(left.values(), screenWidth)), startTimeoutMs);
+    int moved = 0;
+    for (auto it = left.cbegin(); it != left.cend(); ++it)
+        moved += it.value().topLeft() != shown.value(it.key()).topLeft() ? 1 : 0;
+    QVERIFY2(moved > 0, "no popup moved into the gap");
 
     qInfo("quitting");
     quitWithCtrlQAndYes();
