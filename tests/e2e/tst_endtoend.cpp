@@ -90,6 +90,7 @@ private:
     QProcess mDevHost;
     QProcess mClient;
     QStringList mRequests;
+    QString mClientLog;
 };
 
 void TestEndToEnd::initTestCase()
@@ -113,7 +114,12 @@ void TestEndToEnd::initTestCase()
         while (mDevHost.canReadLine())
             mRequests << QString::fromUtf8(mDevHost.readLine()).trimmed();
     });
-    mClient.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // The client's log is kept to follow what reached it, and still echoed for a failing run.
+    connect(&mClient, &QProcess::readyReadStandardError, this, [this] {
+        const QByteArray chunk = mClient.readAllStandardError();
+        mClientLog += QString::fromUtf8(chunk);
+        fputs(chunk.constData(), stderr);
+    });
     mClient.setStandardOutputFile(QProcess::nullDevice());
 }
 
@@ -314,6 +320,12 @@ void TestEndToEnd::signInQuitAndComeBackSignedIn()
     for (auto it = left.cbegin(); it != left.cend(); ++it)
         moved += it.value().topLeft() != shown.value(it.key()).topLeft() ? 1 : 0;
     QVERIFY2(moved > 0, "no popup moved into the gap");
+
+    // The tray menu's text can't be read from outside; the battery reaching the tray's update is.
+    qInfo("battery");
+    QVERIFY(pushEvent(R"({"type":"battery","level":45,"charging":true})"));
+    QTRY_VERIFY_WITH_TIMEOUT(mClientLog.contains(QStringLiteral("[showBatteryStatus] - status=45, isCharging=true")),
+                             startTimeoutMs);
 
     qInfo("quitting");
     quitWithCtrlQAndYes();
