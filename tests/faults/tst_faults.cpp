@@ -170,6 +170,7 @@ private slots:
     void dataFolderFault();
     void programStartsDespite_data();
     void programStartsDespite();
+    void missingPageFolderIsShownInTheView();
     void killDuringCookieSavesLeavesReadableFile();
     void startPageRetriesUntilServiceAnswers();
 
@@ -298,6 +299,20 @@ void TestFaults::programStartsDespite()
     program.kill();
     program.waitForFinished(10000);
     QVERIFY2(reachedLoop && running, qPrintable(QStringLiteral("the program ended: exit %1").arg(program.exitCode())));
+}
+
+void TestFaults::missingPageFolderIsShownInTheView()
+{
+    // Pages resolve against the working directory; here it has no page folder.
+    QTemporaryDir empty;
+    const QString previous = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(empty.path()));
+    MainWindow mainWindow;
+    QDir::setCurrent(previous);
+    QWebFrame* frame = indexWindowHolder::get()->webView()->page()->mainFrame();
+    const QString missing = empty.path() + QStringLiteral("/html/start.html");
+    QTRY_VERIFY_WITH_TIMEOUT(frame->toPlainText().contains(missing), 20000);
+    QVERIFY(frame->toPlainText().contains(QLatin1String("No such file or directory")));
 }
 
 void TestFaults::killDuringCookieSavesLeavesReadableFile()
