@@ -76,6 +76,16 @@ IndexWindow::IndexWindow(QWidget* parent)
     nativeNotificationTrayIcon = new QSystemTrayIcon(parent);
 }
 
+IndexWindow::~IndexWindow()
+{
+    // The page is deleted with the base class's children, after this body, and aborts its replies
+    // on the way out; their signals must not reach slots of a window that is already half gone.
+    mWebPage->disconnect(this);
+    mWebPage->mainFrame()->disconnect(this);
+    mWebPage->networkAccessManager()->disconnect(this);
+    webView()->disconnect(this);
+}
+
 QString IndexWindow::startPagePath()
 {
     return Properties::getHtmlFolder() + QStringLiteral("/start.html");

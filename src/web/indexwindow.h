@@ -24,6 +24,7 @@ class IndexWindow : public Html5ApplicationViewer
     Q_OBJECT
 public:
     explicit IndexWindow(QWidget* parent = nullptr);
+    ~IndexWindow() override;
 
     // What a finished load of this URL means for the window; the first matching rule wins.
     enum class LoadedPage { Other, RedirectPage, SignOutNext, Messenger };

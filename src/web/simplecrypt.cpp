@@ -3,6 +3,7 @@
 #include <QCryptographicHash>
 #include <QDataStream>
 #include <QDateTime>
+#include <QtEndian>
 #include <QtGlobal>
 
 #include "core/logger.h"
@@ -22,6 +23,23 @@ enum CryptoFlag : char {
 
 const int checksumSize = 2;
 const int hashSize = 20;
+
+// Deflate never expands more than 1032 to 1. qUncompress reserves whatever size the first four
+// bytes announce before it inflates anything, so a damaged or forged value of a few bytes could
+// make it take up to 2 GiB; such a claim is refused as the corrupt data it is.
+const quint64 maxInflateRatio = 1032;
+
+QByteArray uncompressBounded(const QByteArray& data)
+{
+    if (data.size() >= 4) {
+        const quint64 announced = qFromBigEndian<quint32>(data.constData());
+        if (announced > quint64(data.size() - 4) * maxInflateRatio + 1024) {
+            Logger::Warn(logModule, QStringLiteral("[decryptToByteArray] - Compressed size out of range."));
+            return QByteArray();
+        }
+    }
+    return qUncompress(data);
+}
 
 // qrand()/qsrand() are deprecated, but the stored format was defined with them and the shared
 // cipher keeps using them; the deprecation is silenced here only.
@@ -219,7 +237,7 @@ QByteArray SimpleCrypt::decryptToByteArray(const QByteArray& cypher)
     }
 
     if (flags & CryptoFlagCompression)
-        block = qUncompress(block);
+        block = uncompressBounded(block);
 
     mLastError = ErrorNoError;
     return block;

@@ -36,6 +36,8 @@ private slots:
     void encrypt();
     void decrypt_data();
     void decrypt();
+    void compressedSizeClaim_data();
+    void compressedSizeClaim();
     void shortInputKeepsLastError_data();
     void shortInputKeepsLastError();
     void noKey();
@@ -186,6 +188,32 @@ void TestSimpleCrypt::decrypt()
     QCOMPARE(clear, expected);
     QCOMPARE(clear.isEmpty(), expectedError != SimpleCrypt::ErrorNoError);
     QCOMPARE(crypt.decryptToByteArray(QByteArray::fromBase64(cyphertext.toLatin1())), expected.toUtf8());
+}
+
+void TestSimpleCrypt::compressedSizeClaim_data()
+{
+    QTest::addColumn<QByteArray>("payload");
+    QTest::addColumn<QByteArray>("expected");
+
+    const QByteArray run(1 << 20, 'a'); // deflate's best case, about 1000 to 1
+    QTest::newRow("densest real stream") << qCompress(run, 9) << run;
+    QTest::newRow("2 GiB announced by a few bytes") << QByteArray::fromHex("7ffffff0789c030000000001") << QByteArray();
+}
+
+void TestSimpleCrypt::compressedSizeClaim()
+{
+    QFETCH(QByteArray, payload);
+    QFETCH(QByteArray, expected);
+
+    // Enciphered as is, then marked compressed: the flags byte is not enciphered.
+    SimpleCrypt crypt(testKey);
+    crypt.setCompressionMode(SimpleCrypt::CompressionNever);
+    crypt.setProtectionMode(SimpleCrypt::ProtectionNone);
+    QByteArray cypher = crypt.encryptToByteArray(payload);
+    cypher[1] = 0x01;
+    if (expected.isEmpty())
+        expectWarning(QStringLiteral("[decryptToByteArray] - Compressed size out of range."));
+    QCOMPARE(crypt.decryptToByteArray(cypher), expected);
 }
 
 void TestSimpleCrypt::shortInputKeepsLastError_data()
