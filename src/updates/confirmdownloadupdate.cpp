@@ -50,6 +50,8 @@ ConfirmDownloadUpdate::ConfirmDownloadUpdate(QWidget* parent)
     confirmDownloadUpdateLayout->addWidget(message_label);
     confirmDownloadUpdateLayout->addSpacing(10);
     confirmDownloadUpdateLayout->addWidget(button_wrapper);
+    // Keeps the starting width, so the message breaks where its own line breaks are.
+    verticalLayoutWidget->setMinimumWidth(width());
     verticalLayoutWidget->adjustSize();
     adjustSize();
 
