@@ -8,10 +8,8 @@
 #include "platform/fileopener.h"
 
 namespace {
-
 const QString serviceName = QStringLiteral("org.freedesktop.FileManager1");
-
-} // namespace
+}
 
 // Stands in for the desktop's file manager on the session bus.
 class FakeFileManager : public QObject
@@ -19,11 +17,7 @@ class FakeFileManager : public QObject
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
 public slots:
-    void ShowItems(const QStringList& uris, const QString& startupId)
-    {
-        Q_UNUSED(startupId);
-        shown.append(uris);
-    }
+    void ShowItems(const QStringList& uris, const QString& /*startupId*/) { shown.append(uris); }
 
 public:
     QList<QStringList> shown;
@@ -46,7 +40,7 @@ class TestFileOpener : public QObject
 private slots:
     void initTestCase();
     void init();
-    void cleanupTestCase();
+    void cleanupTestCase() { QDesktopServices::unsetUrlHandler(QStringLiteral("file")); }
     void showInFolder_data();
     void showInFolder();
     void openFileUsesTheAssociatedProgram();
@@ -65,10 +59,6 @@ void TestFileOpener::initTestCase()
     QDesktopServices::setUrlHandler(QStringLiteral("file"), &mRecorder, "open");
 }
 
-void TestFileOpener::cleanupTestCase()
-{
-    QDesktopServices::unsetUrlHandler(QStringLiteral("file"));
-}
 
 void TestFileOpener::init()
 {

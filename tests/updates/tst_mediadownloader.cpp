@@ -1,22 +1,20 @@
 #include <QtTest>
 
-#include <QLabel>
 #include <QMessageBox>
 #include <QNetworkCookie>
 #include <QProgressBar>
-#include <QPushButton>
-#include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include "core/windowholders.h"
-#include "httpserver.h"
 #include "modalanswer.h"
 #include "standins.h"
 #include "updates/downloadwatchdog.h"
 #include "updates/mediadownloaderdialog.h"
 #include "web/cookiejar.h"
 #include "web/indexwindow.h"
+
+using namespace Replies;
 
 namespace {
 
@@ -35,61 +33,14 @@ QByteArray mediaBody(int size)
     return body;
 }
 
-HttpServer::Reply whole(const QByteArray& body, bool withLength = true)
-{
-    HttpServer::Reply reply;
-    reply.body = body;
-    reply.contentLength = withLength;
-    return reply;
-}
-
-HttpServer::Reply slowly(const QByteArray& body, int pieceSize, int intervalMs, bool withLength = true)
-{
-    HttpServer::Reply reply = whole(body, withLength);
-    reply.pieceSize = pieceSize;
-    reply.pieceIntervalMs = intervalMs;
-    return reply;
-}
-
-HttpServer::Reply stall()
-{
-    HttpServer::Reply reply;
-    reply.delayBeforeHeadersMs = -1;
-    return reply;
-}
-
-HttpServer::Reply failure()
-{
-    HttpServer::Reply reply;
-    reply.status = 500;
-    reply.body = "failed";
-    return reply;
-}
-
-// A real network's round trip: a retry started from a failure is dropped with the failed reply
-// (deleteLater) before its answer comes. A loopback answer could otherwise beat the deletion.
-HttpServer::Reply afterRoundTrip(HttpServer::Reply reply)
-{
-    reply.delayBeforeHeadersMs = 150;
-    return reply;
-}
-
-template <typename T>
-T* child(QWidget* dialog, const char* name)
-{
-    return dialog->findChild<T*>(QLatin1String(name));
-}
-
-bool finishedLayoutShown(QWidget* dialog)
-{
-    return child<QPushButton>(dialog, "download_open")->isVisible();
-}
-
 QByteArray contentOf(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
 }
+
+// What the user does with the dialog: click a button once it offers it, or nothing.
+enum class User { Waits, Opens, Shows, Cancels };
 
 } // namespace
 
@@ -99,7 +50,7 @@ class TestMediaDownloader : public QObject
 private slots:
     void initTestCase();
     void init();
-    void cleanupTestCase();
+    void cleanupTestCase() { delete mWindow; }
     void savedName_data();
     void savedName();
     void progressFollowsThePage_data();
@@ -107,16 +58,16 @@ private slots:
     void retries_data();
     void retries();
     void finishedDialogOffersShowAndOpen();
-    void openFileClosesAndOpens();
     void storedCookiesGoWithTheRequest();
     void cancelRemovesTheFileAndEndsTheDownload();
     void completionBox_data();
     void completionBox();
 
 private:
-    // Runs the page's download call to its end; `answer` deals with the dialog once it shows.
-    bool download(const QString& path, const QString& type, const QString& name, long size, bool openFile,
-        std::function<void(MediaDownloaderDialog*)> answer = {});
+    // The page's download call, run to its end. Returns the highest percentage the bar showed once
+    // the dialog was on screen, or -2 if it didn't end.
+    int download(const QString& path, const QString& name, long size, bool openFile, User user,
+        const QString& type = QStringLiteral("image/png"));
     QString chosen(const QString& name) const { return mChosen.filePath(name); }
 
     HttpServer mServer;
@@ -129,15 +80,9 @@ private:
 void TestMediaDownloader::initTestCase()
 {
     QVERIFY(mServer.listen());
-    QVERIFY(mChosen.isValid());
     mWindow = new IndexWindow();
     indexWindowHolder::set(mWindow);
     mWindow->setDefaultDownloadLocationSetting(mChosen.path());
-}
-
-void TestMediaDownloader::cleanupTestCase()
-{
-    delete mWindow;
 }
 
 void TestMediaDownloader::init()
@@ -153,28 +98,28 @@ void TestMediaDownloader::init()
         QFile::remove(chosen(name));
 }
 
-bool TestMediaDownloader::download(const QString& path, const QString& type, const QString& name, long size,
-    bool openFile, std::function<void(MediaDownloaderDialog*)> answer)
+int TestMediaDownloader::download(const QString& path, const QString& name, long size, bool openFile, User user,
+    const QString& type)
 {
+    int highest = 0;
     ModalAnswer<QMessageBox> box([this](QMessageBox* message) {
         mBoxTexts.append(message->text());
         message->accept();
     });
-    ModalAnswer<MediaDownloaderDialog> dialogAnswer([answer](MediaDownloaderDialog* dialog) {
-        if (answer)
-            answer(dialog);
+    ModalAnswer<MediaDownloaderDialog> answer([&](MediaDownloaderDialog* dialog) {
+        connect(dialog->findChild<QProgressBar*>(QStringLiteral("download_progress")), &QProgressBar::valueChanged,
+            dialog, [&](int value) { highest = qMax(highest, value); });
+        auto* open = dialog->findChild<QPushButton*>(QStringLiteral("download_open"));
+        if (user == User::Cancels) {
+            if (QTest::qWaitFor([&] { return QFileInfo(dialog->downloadedPath()).size() > 0; }, 10000))
+                dialog->findChild<QPushButton*>(QStringLiteral("download_cancel"))->click();
+        } else if (user != User::Waits && QTest::qWaitFor([&] { return open->isVisible(); }, 10000)) {
+            (user == User::Opens ? open : dialog->findChild<QPushButton*>(QStringLiteral("download_show")))->click();
+        }
     });
-    bool timedOut = false;
-    QTimer guard;
-    guard.setSingleShot(true);
-    connect(&guard, &QTimer::timeout, [&] {
-        timedOut = true;
-        if (auto* open = qobject_cast<QDialog*>(QApplication::activeModalWidget()))
-            open->reject();
-    });
-    guard.start(20000);
-    mWindow->downloadFile(mServer.url(path).toString(), type, name, size, openFile);
-    return !timedOut;
+    const bool ended = runModal(
+        [&] { mWindow->downloadFile(mServer.url(path).toString(), type, name, size, openFile); });
+    return ended ? highest : -2;
 }
 
 void TestMediaDownloader::savedName_data()
@@ -188,7 +133,6 @@ void TestMediaDownloader::savedName_data()
     QTest::newRow("video without a dot") << "clip" << "video/3gpp" << "clip.mp4";
     QTest::newRow("other type gets nothing") << "note" << "text/plain" << "note";
     QTest::newRow("type is case-sensitive") << "photo" << "Image/png" << "photo";
-    QTest::newRow("empty type") << "photo" << "" << "photo";
     QTest::newRow("blanks stay") << "my photo" << "image/jpeg" << "my photo.jpg";
 }
 
@@ -206,11 +150,7 @@ void TestMediaDownloader::savedName()
     previous.write("older file, longer than nothing");
     previous.close();
 
-    QVERIFY(download(QStringLiteral("/media/1"), type, name, body.size(), false, [&](MediaDownloaderDialog* dialog) {
-        QCOMPARE(child<QLabel>(dialog, "download_label")->text(), saved);
-        if (QTest::qWaitFor([&] { return finishedLayoutShown(dialog); }, 10000))
-            child<QPushButton>(dialog, "download_open")->click();
-    }));
+    QVERIFY(download(QStringLiteral("/media/1"), name, body.size(), false, User::Opens, type) >= 0);
     QCOMPARE(mOpener->opened, QStringList { chosen(saved) });
     QCOMPARE(contentOf(chosen(saved)), body);
 }
@@ -222,7 +162,6 @@ void TestMediaDownloader::progressFollowsThePage_data()
     QTest::addColumn<int>("bar"); // highest value shown; -1: not looked at
 
     const QByteArray body = mediaBody(60000);
-    QTest::newRow("server and page agree") << slowly(body, 6000, 30) << body.size() << 100;
     QTest::newRow("no length: the page's size serves") << slowly(body, 6000, 30, false) << body.size() << 100;
     QTest::newRow("no size from the page: no percentage") << slowly(body, 6000, 30) << 0 << 0;
     QTest::newRow("body longer than the page said") << slowly(body, 6000, 30) << body.size() / 2 << -1;
@@ -235,16 +174,8 @@ void TestMediaDownloader::progressFollowsThePage()
     QFETCH(int, bar);
 
     mServer.setReply(QStringLiteral("/media/2"), reply);
-    int highest = 0;
-    bool finished = false;
-    QVERIFY(download(QStringLiteral("/media/2"), QStringLiteral("image/png"), QStringLiteral("p.png"), pageSize, false,
-        [&](MediaDownloaderDialog* dialog) {
-            connect(child<QProgressBar>(dialog, "download_progress"), &QProgressBar::valueChanged, dialog,
-                [&](int value) { highest = qMax(highest, value); });
-            finished = QTest::qWaitFor([&] { return finishedLayoutShown(dialog); }, 10000);
-            dialog->reject();
-        }));
-    QVERIFY(finished);
+    const int highest = download(QStringLiteral("/media/2"), QStringLiteral("p.png"), pageSize, false, User::Opens);
+    QVERIFY(highest != -2);
     if (bar >= 0)
         QCOMPARE(highest, bar);
     // Nothing is cut at the announced size, and a late watchdog never restarts a finished download.
@@ -260,7 +191,7 @@ void TestMediaDownloader::retries_data()
 
     const QByteArray body = mediaBody(5000);
     QTest::newRow("stall, then success") << stall() << afterRoundTrip(whole(body)) << true;
-    QTest::newRow("error, then success") << failure() << afterRoundTrip(whole(body)) << true;
+    QTest::newRow("error, then success") << status(500) << afterRoundTrip(whole(body)) << true;
     QTest::newRow("stalls throughout") << stall() << stall() << false;
 }
 
@@ -274,12 +205,8 @@ void TestMediaDownloader::retries()
     QObject scope;
     connect(&mServer, &HttpServer::requestReceived, &scope,
         [&] { mServer.setReply(QStringLiteral("/media/3"), later); });
-
-    QVERIFY(download(QStringLiteral("/media/3"), QStringLiteral("image/png"), QStringLiteral("r"), 5000, false,
-        [&](MediaDownloaderDialog* dialog) {
-            if (saved && QTest::qWaitFor([&] { return finishedLayoutShown(dialog); }, 10000))
-                child<QPushButton>(dialog, "download_open")->click();
-        }));
+    QVERIFY(download(QStringLiteral("/media/3"), QStringLiteral("r"), 5000, false, saved ? User::Opens : User::Waits)
+        != -2);
 
     // Once the watchdog has stepped in, the attempts after it go to the system's download folder.
     QVERIFY(QDir(mChosen.path()).entryList(QDir::Files).isEmpty());
@@ -296,33 +223,21 @@ void TestMediaDownloader::retries()
 void TestMediaDownloader::finishedDialogOffersShowAndOpen()
 {
     mServer.serve(QStringLiteral("/media/4"), mediaBody(2000), "image/png");
-    QVERIFY(download(QStringLiteral("/media/4"), QStringLiteral("image/png"), QStringLiteral("s.png"), 2000, false,
-        [&](MediaDownloaderDialog* dialog) {
-            QVERIFY(QTest::qWaitFor([&] { return finishedLayoutShown(dialog); }, 10000));
-            auto* show = child<QPushButton>(dialog, "download_show");
-            auto* open = child<QPushButton>(dialog, "download_open");
-            QVERIFY(child<QLabel>(dialog, "download_complete")->isVisible());
-            QVERIFY(show->isVisible());
-            QVERIFY(!child<QPushButton>(dialog, "download_cancel")->isVisible());
-            QVERIFY(!child<QProgressBar>(dialog, "download_progress")->isVisible());
-            QCOMPARE(show->text().trimmed(), QStringLiteral("Show in Folder"));
-            // Side by side, Open after Show, both inside the dialog.
-            QVERIFY(show->geometry().right() < open->geometry().left());
-            QVERIFY(show->geometry().left() >= 0);
-            QVERIFY(open->geometry().right() < dialog->width());
-            QCOMPARE(show->y(), open->y());
-            QVERIFY(open->hasFocus());
-            show->click();
-        }));
+    ModalAnswer<MediaDownloaderDialog> look([](MediaDownloaderDialog* dialog) {
+        auto* show = dialog->findChild<QPushButton*>(QStringLiteral("download_show"));
+        auto* open = dialog->findChild<QPushButton*>(QStringLiteral("download_open"));
+        QVERIFY(QTest::qWaitFor([&] { return open->isVisible(); }, 10000));
+        QVERIFY(!dialog->findChild<QPushButton*>(QStringLiteral("download_cancel"))->isVisible());
+        // Side by side inside the dialog, Open after Show and ready for Enter.
+        QVERIFY(show->isVisible() && show->geometry().left() >= 0);
+        QVERIFY(show->geometry().right() < open->geometry().left());
+        QVERIFY(open->geometry().right() < dialog->width());
+        QVERIFY(open->hasFocus());
+    });
+    QVERIFY(download(QStringLiteral("/media/4"), QStringLiteral("s.png"), 2000, false, User::Shows) >= 0);
+    QCOMPARE(look.count(), 1);
     QCOMPARE(mOpener->shown, QStringList { chosen(QStringLiteral("s.png")) });
     QVERIFY(mOpener->opened.isEmpty());
-}
-
-void TestMediaDownloader::openFileClosesAndOpens()
-{
-    mServer.serve(QStringLiteral("/media/5"), mediaBody(2000), "video/mp4");
-    QVERIFY(download(QStringLiteral("/media/5"), QStringLiteral("video/mp4"), QStringLiteral("v"), 2000, true));
-    QCOMPARE(mOpener->opened, QStringList { chosen(QStringLiteral("v.mp4")) });
 }
 
 void TestMediaDownloader::storedCookiesGoWithTheRequest()
@@ -335,20 +250,18 @@ void TestMediaDownloader::storedCookiesGoWithTheRequest()
         QVERIFY(jar.setCookiesFromUrl({ cookie }, mServer.url(QStringLiteral("/"))));
     }
     mServer.serve(QStringLiteral("/media/6"), mediaBody(100), "image/png");
-    QVERIFY(download(QStringLiteral("/media/6"), QStringLiteral("image/png"), QStringLiteral("c.png"), 100, true));
+    QVERIFY(download(QStringLiteral("/media/6"), QStringLiteral("c.png"), 100, true, User::Waits) >= 0);
     QVERIFY2(mServer.lastRequest().header("Cookie").contains("kgsession=abc123"),
         mServer.lastRequest().header("Cookie").constData());
+    // Asked to open: the dialog closes by itself and the file opens.
+    QCOMPARE(mOpener->opened, QStringList { chosen(QStringLiteral("c.png")) });
 }
 
 void TestMediaDownloader::cancelRemovesTheFileAndEndsTheDownload()
 {
     const QByteArray body = mediaBody(200000);
     mServer.setReply(QStringLiteral("/media/7"), slowly(body, 2000, 40));
-    QVERIFY(download(QStringLiteral("/media/7"), QStringLiteral("image/png"), QStringLiteral("x.png"), body.size(), true,
-        [&](MediaDownloaderDialog* dialog) {
-            QVERIFY(QTest::qWaitFor([&] { return QFileInfo(chosen(QStringLiteral("x.png"))).size() > 0; }, 10000));
-            child<QPushButton>(dialog, "download_cancel")->click();
-        }));
+    QVERIFY(download(QStringLiteral("/media/7"), QStringLiteral("x.png"), body.size(), true, User::Cancels) != -2);
     QVERIFY(!QFile::exists(chosen(QStringLiteral("x.png"))));
 
     // A closed dialog neither fetches the file again nor opens it later.
@@ -381,29 +294,16 @@ void TestMediaDownloader::completionBox()
 
     // The box follows the open flag of the latest download the page asked for.
     mServer.serve(QStringLiteral("/media/8"), "x", "image/png");
-    QVERIFY(download(QStringLiteral("/media/8"), QStringLiteral("image/png"), QStringLiteral("f.png"), 1, openFile,
-        [](MediaDownloaderDialog* dialog) {
-            if (QTest::qWaitFor([&] { return finishedLayoutShown(dialog); }, 10000))
-                dialog->reject();
-        }));
+    QVERIFY(download(QStringLiteral("/media/8"), QStringLiteral("f.png"), 1, openFile, User::Opens) >= 0);
     mOpener->opened.clear();
 
-    int boxes = 0;
     ModalAnswer<QMessageBox> answer([&](QMessageBox* box) {
-        ++boxes;
         QCOMPARE(box->text(), QStringLiteral("a.jpg DOWNLOADED"));
         QCOMPARE(box->defaultButton(), box->button(QMessageBox::Open));
-        for (QAbstractButton* candidate : box->buttons()) {
-            if (candidate->text().remove(QLatin1Char('&')) == button)
-                candidate->click();
-        }
+        buttonWithText(box, button)->click();
     });
-    QTimer::singleShot(10000, [] {
-        if (auto* open = qobject_cast<QDialog*>(QApplication::activeModalWidget()))
-            open->reject();
-    });
-    mWindow->mediaDownloadComplete(QStringLiteral("a.jpg"), QStringLiteral("/somewhere/a.jpg"));
-    QCOMPARE(boxes, button.isEmpty() ? 0 : 1);
+    QVERIFY(runModal([&] { mWindow->mediaDownloadComplete(QStringLiteral("a.jpg"), QStringLiteral("/somewhere/a.jpg")); }));
+    QCOMPARE(answer.count(), button.isEmpty() ? 0 : 1);
     QCOMPARE(mOpener->opened, opened);
     QCOMPARE(mOpener->shown, shown);
 }

@@ -3,131 +3,60 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QStandardPaths>
 
-#include "httpserver.h"
 #include "modalanswer.h"
 #include "standins.h"
 #include "updates/confirmdownloadupdate.h"
 #include "updates/downloadwatchdog.h"
 #include "updates/updatedownloaderdialog.h"
 
-namespace {
+using namespace Replies;
 
+namespace {
 QString downloadFolder()
 {
     return QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0);
 }
-
-QByteArray installerBody(int size)
-{
-    QByteArray body;
-    for (int i = 0; body.size() < size; ++i)
-        body += "#!/bin/sh\n# installer line " + QByteArray::number(i) + "\n";
-    return body.left(size);
-}
-
-HttpServer::Reply whole(const QByteArray& body)
-{
-    HttpServer::Reply reply;
-    reply.body = body;
-    return reply;
-}
-
-// A real network's round trip: a retry started from a failure is dropped with the failed reply
-// (deleteLater) before its answer comes. A loopback answer could otherwise beat the deletion.
-HttpServer::Reply afterRoundTrip(HttpServer::Reply reply)
-{
-    reply.delayBeforeHeadersMs = 150;
-    return reply;
-}
-
-HttpServer::Reply status(int code)
-{
-    HttpServer::Reply reply;
-    reply.status = code;
-    reply.body = "failed";
-    return reply;
-}
-
-HttpServer::Reply stall()
-{
-    HttpServer::Reply reply;
-    reply.delayBeforeHeadersMs = -1;
-    return reply;
-}
-
-HttpServer::Reply trickle(const QByteArray& body, int pieceSize, int intervalMs, bool withLength)
-{
-    HttpServer::Reply reply;
-    reply.body = body;
-    reply.pieceSize = pieceSize;
-    reply.pieceIntervalMs = intervalMs;
-    reply.contentLength = withLength;
-    return reply;
-}
-
-QPushButton* buttonWithText(QWidget* dialog, const QString& text)
-{
-    const auto buttons = dialog->findChildren<QPushButton*>();
-    for (QPushButton* button : buttons) {
-        if (button->text() == text)
-            return button;
-    }
-    return nullptr;
-}
-
-// Runs the dialog as the prompt does; a dialog that never ends fails the test rather than hanging it.
-bool runToEnd(UpdateDownloaderDialog& dialog)
-{
-    bool timedOut = false;
-    QTimer::singleShot(20000, &dialog, [&] {
-        timedOut = true;
-        dialog.reject();
-    });
-    dialog.exec();
-    return !timedOut;
-}
-
 } // namespace
 
 class TestUpdateDownloader : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
+    void initTestCase() { QVERIFY(mServer.listen()); }
     void init();
-    void cleanup();
+    void cleanup() { DownloadWatchdog::setIntervalMsForTests(0); }
     void outcome_data();
     void outcome();
     void yesInThePromptDownloadsAndHandsOver();
     void cancelRemovesThePartialFile();
-    void unwritableFolderStaysIdle();
     void watchdogGivesUpAfterFourSeconds();
 
 private:
+    // Runs a download to its end, answering any error box.
+    void run(UpdateDownloaderDialog& dialog, const QString& path);
+
     HttpServer mServer;
     QStringList mBoxTexts;
 };
-
-void TestUpdateDownloader::initTestCase()
-{
-    QVERIFY(mServer.listen());
-}
 
 void TestUpdateDownloader::init()
 {
     DownloadWatchdog::setIntervalMsForTests(300);
     mServer.clearReplies();
-    mServer.clearRequests();
     mBoxTexts.clear();
     QDir(downloadFolder()).removeRecursively();
 }
 
-void TestUpdateDownloader::cleanup()
+void TestUpdateDownloader::run(UpdateDownloaderDialog& dialog, const QString& path)
 {
-    DownloadWatchdog::setIntervalMsForTests(0);
+    ModalAnswer<QMessageBox> box([this](QMessageBox* message) {
+        mBoxTexts.append(message->text());
+        message->accept();
+    });
+    dialog.startDownload(mServer.url(path));
+    QVERIFY(runModal([&] { dialog.exec(); }));
 }
 
 void TestUpdateDownloader::outcome_data()
@@ -137,36 +66,27 @@ void TestUpdateDownloader::outcome_data()
     QTest::addColumn<HttpServer::Reply>("later");
     QTest::addColumn<QString>("fileName"); // empty: the error box instead of a hand-over
     QTest::addColumn<QString>("volume");
-    QTest::addColumn<int>("bar");
 
-    const QByteArray body = installerBody(40000);
+    const QByteArray body(40000, 'i');
     QTest::newRow("whole body") << "/dl/kestrelgap-setup-2.90.run" << whole(body) << whole(body)
-                                << "kestrelgap-setup-2.90.run" << "kestrelgap-setup-2.90" << 100;
-    QTest::newRow("slow body with length") << "/dl/setup.run" << trickle(body, 5000, 120, true) << whole(body)
-                                           << "setup.run" << "setup" << 100;
-    // The total is known only at the end, so the bar jumps there; the watchdog meanwhile fires for nothing.
-    QTest::newRow("no length") << "/dl/setup.run" << trickle(body, 5000, 120, false) << whole(body) << "setup.run"
-                               << "setup" << 100;
+                                << "kestrelgap-setup-2.90.run" << "kestrelgap-setup-2.90";
+    // The watchdog goes on firing once bytes flow, and must do nothing then.
+    QTest::newRow("no length, slowly") << "/dl/setup.run" << slowly(body, 5000, 120, false) << whole(body)
+                                       << "setup.run" << "setup";
     QTest::newRow("blanks leave the name") << "/dl/Kestrelgap%20Setup%202.90.run" << whole(body) << whole(body)
-                                           << "KestrelgapSetup2.90.run" << "KestrelgapSetup2.90" << 100;
+                                           << "KestrelgapSetup2.90.run" << "KestrelgapSetup2.90";
     QTest::newRow("underscores leave the volume") << "/dl/kestrel_gap_2.90.run" << whole(body) << whole(body)
-                                                  << "kestrel_gap_2.90.run" << "kestrelgap2.90" << 100;
-    QTest::newRow("name without a dot") << "/dl/kestrel_setup" << whole(body) << whole(body) << "kestrel_setup"
-                                        << "kestrelsetup" << 100;
-    QTest::newRow("path ending in a slash") << "/dl/" << whole(body) << whole(body) << "download" << "download"
-                                            << 100;
-    QTest::newRow("stalls") << "/dl/setup.run" << stall() << stall() << QString() << QString() << 0;
-    QTest::newRow("stall, then success: the retry goes with the abort")
-        << "/dl/setup.run" << stall() << whole(body) << QString() << QString() << 0;
+                                                  << "kestrel_gap_2.90.run" << "kestrelgap2.90";
+    QTest::newRow("no dot: the volume is the name") << "/dl/kestrel_setup" << whole(body) << whole(body)
+                                                    << "kestrel_setup" << "kestrelsetup";
+    QTest::newRow("path ending in a slash") << "/dl/" << whole(body) << whole(body) << "download" << "download";
+    // A stall's abort spends the one retry inside the cancel; the box follows at once.
+    QTest::newRow("stall, then success") << "/dl/setup.run" << stall() << whole(body) << QString() << QString();
     // The retry a failure starts is dropped with the failed reply; the watchdog then reports.
     QTest::newRow("error, then success") << "/dl/setup.run" << status(500) << afterRoundTrip(whole(body)) << QString()
-                                         << QString() << 0;
+                                         << QString();
     QTest::newRow("two failures") << "/dl/setup.run" << status(404) << afterRoundTrip(status(404)) << QString()
-                                  << QString() << 0;
-    HttpServer::Reply dropped = whole(body);
-    dropped.dropAfterBodyBytes = 1000;
-    QTest::newRow("connection dropped mid-body") << "/dl/setup.run" << dropped << afterRoundTrip(dropped) << QString()
-                                                 << QString() << 0;
+                                  << QString();
 }
 
 void TestUpdateDownloader::outcome()
@@ -176,23 +96,16 @@ void TestUpdateDownloader::outcome()
     QFETCH(HttpServer::Reply, later);
     QFETCH(QString, fileName);
     QFETCH(QString, volume);
-    QFETCH(int, bar);
 
     mServer.setReply(path, first);
     QObject scope;
     connect(&mServer, &HttpServer::requestReceived, &scope, [&] { mServer.setReply(path, later); });
-
     RecordingHandOver handOver;
-    ModalAnswer<QMessageBox> box([this](QMessageBox* message) {
-        mBoxTexts.append(message->text());
-        message->accept();
-    });
     UpdateDownloaderDialog dialog;
-    auto* progressBar = dialog.findChild<QProgressBar*>(QStringLiteral("update_download_progress_bar"));
+    auto* bar = dialog.findChild<QProgressBar*>(QStringLiteral("update_download_progress_bar"));
     int highest = 0;
-    connect(progressBar, &QProgressBar::valueChanged, &scope, [&](int value) { highest = qMax(highest, value); });
-    dialog.startDownload(mServer.url(path));
-    QVERIFY(runToEnd(dialog));
+    connect(bar, &QProgressBar::valueChanged, &scope, [&](int value) { highest = qMax(highest, value); });
+    run(dialog, path);
 
     if (fileName.isEmpty()) {
         QCOMPARE(mBoxTexts, QStringList { QStringLiteral("Error downloading update.") });
@@ -201,15 +114,12 @@ void TestUpdateDownloader::outcome()
         return;
     }
     QVERIFY(mBoxTexts.isEmpty());
-    QCOMPARE(handOver.count, 1);
-    const QString installer = downloadFolder() + QLatin1Char('/') + fileName;
     QCOMPARE(handOver.arguments,
         QStringList({ QCoreApplication::applicationDirPath(), QString::number(QCoreApplication::applicationPid()),
-            installer, volume }));
+            downloadFolder() + QLatin1Char('/') + fileName, volume }));
     QCOMPARE(handOver.installerContent, first.body);
-    QCOMPARE(highest, bar);
-    // Busy while the hand-over runs.
-    QCOMPARE(progressBar->maximum(), 0);
+    QCOMPARE(highest, 100);
+    QCOMPARE(bar->maximum(), 0); // busy while the script takes over
     QCOMPARE(dialog.findChild<QLabel*>(QStringLiteral("update_download_label"))->text(), QStringLiteral("Installing..."));
 }
 
@@ -221,78 +131,40 @@ void TestUpdateDownloader::yesInThePromptDownloadsAndHandsOver()
         buttonWithText(prompt, QStringLiteral("Yes"))->click();
     });
     ConfirmDownloadUpdate prompt;
-    // Typed as published, blank and all: the address is read tolerantly.
+    // As published, blank and all: the address is read tolerantly.
     prompt.setDownloadUrl(mServer.url(QStringLiteral("/dl/")).toString() + QStringLiteral("Kestrelgap Setup.run"));
-    QTimer::singleShot(20000, &prompt, [] {
-        if (auto* open = qobject_cast<QDialog*>(QApplication::activeModalWidget()))
-            open->reject();
-    });
-    prompt.exec();
+    QVERIFY(runModal([&] { prompt.exec(); }));
 
     QCOMPARE(yes.count(), 1);
-    QCOMPARE(handOver.count, 1);
     QCOMPARE(handOver.arguments.value(2), downloadFolder() + QStringLiteral("/KestrelgapSetup.run"));
     QCOMPARE(handOver.installerContent, QByteArray("installer"));
-    QCOMPARE(mServer.lastRequest().path, QStringLiteral("/dl/Kestrelgap%20Setup.run"));
 }
 
 void TestUpdateDownloader::cancelRemovesThePartialFile()
 {
-    mServer.setReply(QStringLiteral("/dl/setup.run"), trickle(installerBody(100000), 1000, 50, true));
-    const QString installer = downloadFolder() + QStringLiteral("/setup.run");
+    mServer.setReply(QStringLiteral("/dl/cancelled.run"), slowly(QByteArray(100000, 'c'), 1000, 50));
+    const QString installer = downloadFolder() + QStringLiteral("/cancelled.run");
     RecordingHandOver handOver;
     ModalAnswer<UpdateDownloaderDialog> cancel([&](UpdateDownloaderDialog* shown) {
         QVERIFY(QTest::qWaitFor([&] { return QFileInfo(installer).size() > 0; }, 10000));
         shown->findChild<QPushButton*>(QStringLiteral("update_download_cancel_button"))->click();
     });
     UpdateDownloaderDialog dialog;
-    dialog.startDownload(mServer.url(QStringLiteral("/dl/setup.run")));
-    QVERIFY(runToEnd(dialog));
+    run(dialog, QStringLiteral("/dl/cancelled.run"));
 
     QCOMPARE(cancel.count(), 1);
     QVERIFY(!QFile::exists(installer));
     QCOMPARE(handOver.count, 0);
 }
 
-void TestUpdateDownloader::unwritableFolderStaysIdle()
-{
-    // A plain file where the download folder should be.
-    QFile blocker(downloadFolder());
-    QVERIFY(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
-    mServer.serve(QStringLiteral("/dl/unwritable.run"), "installer");
-
-    ModalAnswer<QMessageBox> box([this](QMessageBox* message) {
-        mBoxTexts.append(message->text());
-        message->accept();
-    });
-    ModalAnswer<UpdateDownloaderDialog> cancel([](UpdateDownloaderDialog* shown) {
-        QCOMPARE(shown->findChild<QProgressBar*>(QStringLiteral("update_download_progress_bar"))->value(), 0);
-        shown->findChild<QPushButton*>(QStringLiteral("update_download_cancel_button"))->click();
-    });
-    UpdateDownloaderDialog dialog;
-    dialog.startDownload(mServer.url(QStringLiteral("/dl/unwritable.run")));
-    QVERIFY(runToEnd(dialog));
-
-    QCOMPARE(cancel.count(), 1);
-    QCOMPARE(mServer.requestsFor(QStringLiteral("/dl/unwritable.run")).size(), 0);
-    QVERIFY(mBoxTexts.isEmpty());
-    QVERIFY(blocker.remove());
-}
-
 void TestUpdateDownloader::watchdogGivesUpAfterFourSeconds()
 {
     DownloadWatchdog::setIntervalMsForTests(0);
-    mServer.serveStall(QStringLiteral("/dl/unwritable.run"));
-    ModalAnswer<QMessageBox> box([this](QMessageBox* message) {
-        mBoxTexts.append(message->text());
-        message->accept();
-    });
+    mServer.serveStall(QStringLiteral("/dl/stalled.run"));
     QElapsedTimer clock;
     clock.start();
     UpdateDownloaderDialog dialog;
-    dialog.startDownload(mServer.url(QStringLiteral("/dl/stalled.run")));
-    QVERIFY(runToEnd(dialog));
+    run(dialog, QStringLiteral("/dl/stalled.run"));
 
     // Coarse timers may fire up to 5 % early.
     QVERIFY2(clock.elapsed() >= 3800, qPrintable(QString::number(clock.elapsed())));
