@@ -17,10 +17,17 @@ public:
     {
         auto* process = new QProcess(owner);
         process->setWorkingDirectory(programFolder);
+        process->setProcessChannelMode(QProcess::MergedChannels);
         QObject::connect(process, &QProcess::errorOccurred, process, [process](QProcess::ProcessError error) {
             Logger::Error(logModule, QStringLiteral("[start] - error=") + QString::number(int(error))
                     + QStringLiteral(", ") + process->errorString());
         });
+        // Normally the script ends this process first; an end we live to see means it failed.
+        QObject::connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), process,
+            [process](int exitCode) {
+                Logger::Error(logModule, QStringLiteral("[start] - script ended, exitCode=") + QString::number(exitCode)
+                        + QStringLiteral(", output=") + QString::fromLocal8Bit(process->readAll()));
+            });
         Logger::Info(logModule, QStringLiteral("[start] - folder=") + programFolder);
         process->start(QStringLiteral("/bin/sh"), { scriptName(), pid, installer, volume }, QIODevice::ReadWrite);
     }
