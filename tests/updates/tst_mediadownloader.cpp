@@ -233,8 +233,9 @@ void TestMediaDownloader::finishedDialogOffersShowAndOpen()
         QVERIFY(show->geometry().right() < open->geometry().left());
         QVERIFY(open->geometry().right() < dialog->width());
         QVERIFY(open->hasFocus());
+        show->click();
     });
-    QVERIFY(download(QStringLiteral("/media/4"), QStringLiteral("s.png"), 2000, false, User::Shows) >= 0);
+    QVERIFY(download(QStringLiteral("/media/4"), QStringLiteral("s.png"), 2000, false, User::Waits) >= 0);
     QCOMPARE(look.count(), 1);
     QCOMPARE(mOpener->shown, QStringList { chosen(QStringLiteral("s.png")) });
     QVERIFY(mOpener->opened.isEmpty());
