@@ -86,9 +86,6 @@ void Startup::showHackWindow()
 
 int Startup::run(int argc, char** argv)
 {
-    // Before anything reads a ":/" path: the linker drops the resource trees of the static library
-    // unless they are registered by hand, and the build's version among them.
-    kestrelgapInitResources();
     Logger::Info(logModule, QStringLiteral("[main] - attempting to launch app"));
     Logger::Info(logModule, QStringLiteral("[main] - argc=") + QString::number(argc));
     Logger::Info(logModule, QStringLiteral("[main] - argv=") + joined(argc, argv));
