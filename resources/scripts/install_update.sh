@@ -1,6 +1,7 @@
 #!/bin/sh
 # Hands the machine over to a downloaded installer: the running client is
 # stopped at once, without its own shutdown, and the installer takes over.
+# Nothing restarts the client; that is the installer's business.
 # Usage: install_update.sh PID INSTALLER VOLUME
 
 if [ $# -lt 3 ]; then
@@ -18,5 +19,10 @@ echo "installer: $INSTALLER"
 echo "volume: $VOLUME"
 echo "Close Kestrelgap Application"
 kill -9 "$PID"
+
+# Our output went to pipes the client read; with the client gone, an installer
+# that prints anything there would die of SIGPIPE.
+exec </dev/null >/dev/null 2>&1
+
 chmod +x "$INSTALLER"
 exec "$INSTALLER"

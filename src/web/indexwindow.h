@@ -16,6 +16,7 @@ class NotificationWindow;
 class Notificator;
 class QNetworkDiskCache;
 class QNetworkReply;
+class VersionCheck;
 
 // The native side of the hosted web application, published to its script as "qtIndexWindow".
 // Every public slot is callable from the page.
@@ -99,6 +100,14 @@ public slots:
     void settingsActionClicked();
     void launchLivePhoneView();
     void launchPhoneDialer();
+
+    // Version check at sign-in, and downloads the page asks for (indexwindow_downloads.cpp)
+    void versionCheckLoadComplete(VersionCheck* versionCheck);
+    void versionCheckErrorOccurred(VersionCheck* versionCheck);
+    void downloadFile(QString downloadUrl, QString fileType, QString fileName, long fileSize, bool openFile);
+    void mediaDownloadComplete(QString fileName, QString downloadLocation);
+    void showInFolder(QString& pathIn);
+    void opendDownloadedFile(QString& pathIn);
 
 protected:
     void closeEvent(QCloseEvent* event) override;

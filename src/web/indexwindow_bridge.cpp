@@ -58,11 +58,6 @@ void IndexWindow::setTrayActionsEnabledForLoggedInUser(bool enabled)
         WinMenuBarIcon::getInstance(nullptr)->disableMenuOptionsForLoggedInUser();
 }
 
-void IndexWindow::startVersionCheck()
-{
-    // The version check joins here once the update path exists.
-}
-
 void IndexWindow::closeAllPopupsAndClearBattery()
 {
     NotificationWindowManager::getInstance()->closeAllNotificationWindows();

@@ -84,6 +84,12 @@ const SlotRow builtSlots[] = {
     {"launchLivePhoneView()", "void"},
     {"launchPhoneDialer()", "void"},
     {"launchQuickReply(QString,QString,int,int,QString)", "bool"},
+    {"downloadFile(QString,QString,QString,long,bool)", "void"},
+    {"mediaDownloadComplete(QString,QString)", "void"},
+    {"showInFolder(QString&)", "void"},
+    {"opendDownloadedFile(QString&)", "void"},
+    {"versionCheckLoadComplete(VersionCheck*)", "void"},
+    {"versionCheckErrorOccurred(VersionCheck*)", "void"},
     {"showBatteryStatus(int,bool)", "void"},
     {"showBatteryStatus(int)", "void"},
     {"showNotification(QString,QString,QString,bool,bool,QString)", "void"},
@@ -106,12 +112,6 @@ const SlotRow builtSlots[] = {
 // Move a row up when its slot lands; together the two lists are the whole published surface.
 const SlotRow laterSlots[] = {
     {"changeLanguageCode(QString)", "void"},
-    {"downloadFile(QString,QString,QString,long,bool)", "void"},
-    {"mediaDownloadComplete(QString,QString)", "void"},
-    {"showInFolder(QString&)", "void"},
-    {"opendDownloadedFile(QString&)", "void"},
-    {"versionCheckLoadComplete(VersionCheck*)", "void"},
-    {"versionCheckErrorOccurred(VersionCheck*)", "void"},
     {"setAppToStartupAtLoginToMac()", "void"},
     {"logAnalyticsForSetAppToStartupAtLoginToMac(int,int)", "void"},
 };

@@ -1,0 +1,318 @@
+#include "mediadownloaderdialog.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QIcon>
+#include <QLabel>
+#include <QMessageBox>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStandardPaths>
+#include <QTimer>
+
+#include <cstdio>
+
+#include "core/logger.h"
+#include "core/windowholders.h"
+#include "desktop/mainwindow.h"
+#include "updates/downloadwatchdog.h"
+#include "web/cookiejar.h"
+#include "web/sslerrorpolicy.h"
+
+namespace {
+const QString logModule = QStringLiteral("mediadownloaderdialog");
+
+QString firstDownloadLocation()
+{
+    return QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0);
+}
+
+void moveLeftEdge(QWidget* widget, int left)
+{
+    const QRect rect = widget->geometry();
+    widget->setGeometry(left, rect.y(), rect.width(), rect.height());
+}
+} // namespace
+
+MediaDownloaderDialog::MediaDownloaderDialog(QWidget* parent)
+    : QDialog(parent)
+    , mCurrentDownload(nullptr)
+    , mDownloadCompleted(false)
+    , mFileSize(0)
+    , mRetryCount(1)
+    , timer(new QTimer(this))
+    , mReceivedBytes(false)
+    , mOpenFile(false)
+{
+    setObjectName(QStringLiteral("MediaDownloaderDialog"));
+    resize(320, 107);
+    setWindowTitle(tr("Kestrelgap"));
+    setWindowIcon(QIcon());
+    setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
+
+    download_progress = new QProgressBar(this);
+    download_progress->setObjectName(QStringLiteral("download_progress"));
+    download_progress->setGeometry(QRect(QPoint(20, 40), QPoint(300, 62)));
+    download_progress->setMaximum(100);
+    download_progress->setValue(0);
+
+    download_label = new QLabel(tr("Download in progress..."), this);
+    download_label->setObjectName(QStringLiteral("download_label"));
+    download_label->setGeometry(QRect(QPoint(20, 10), QPoint(270, 25)));
+
+    download_cancel = new QPushButton(tr("Cancel"), this);
+    download_cancel->setObjectName(QStringLiteral("download_cancel"));
+    download_cancel->setGeometry(QRect(QPoint(100, 70), QPoint(220, 101)));
+
+    download_show = new QPushButton(this);
+    download_show->setObjectName(QStringLiteral("download_show"));
+    download_show->setGeometry(QRect(QPoint(0, 70), QPoint(120, 101)));
+    // The blanks widen the button.
+    download_show->setText(QStringLiteral("    ") + tr("Show in Folder") + QStringLiteral("   "));
+
+    download_open = new QPushButton(tr("Open"), this);
+    download_open->setObjectName(QStringLiteral("download_open"));
+    download_open->setGeometry(QRect(QPoint(210, 70), QPoint(330, 101)));
+
+    download_complete = new QLabel(tr("Download Complete"), this);
+    download_complete->setObjectName(QStringLiteral("download_complete"));
+    download_complete->setGeometry(QRect(QPoint(20, 40), QPoint(160, 55)));
+
+    connect(download_cancel, &QPushButton::clicked, this, &MediaDownloaderDialog::cancelButtonClicked);
+    connect(download_open, &QPushButton::clicked, this, &MediaDownloaderDialog::openButtonClicked);
+    connect(download_show, &QPushButton::clicked, this, &MediaDownloaderDialog::showButtonClicked);
+    connect(timer, &QTimer::timeout, this, &MediaDownloaderDialog::timeout);
+}
+
+MediaDownloaderDialog::~MediaDownloaderDialog()
+{
+    // The manager goes after this body; its replies must not call back into a half-gone dialog.
+    const auto replies = mNetworkManager.findChildren<QNetworkReply*>();
+    for (QNetworkReply* reply : replies)
+        disconnect(reply, nullptr, this, nullptr);
+}
+
+void MediaDownloaderDialog::setFileSize(long fileSize)
+{
+    mFileSize = fileSize;
+}
+
+void MediaDownloaderDialog::setDownloadDirectory(QString downloadDirectory)
+{
+    mDownloadDirectory = downloadDirectory;
+}
+
+QString MediaDownloaderDialog::downloadedPath() const
+{
+    return mMediaDownloadedPath;
+}
+
+void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString type, bool openFile)
+{
+    mDownloadUrl = url;
+    mType = type;
+    mOpenFile = openFile;
+
+    QString extension;
+    if (!fileName.contains(QLatin1Char('.'))) {
+        if (type.startsWith(QLatin1String("image")))
+            extension = QStringLiteral(".jpg");
+        else if (type.startsWith(QLatin1String("video")))
+            extension = QStringLiteral(".mp4");
+    }
+    mMediaDownloadedFilename = fileName + extension;
+
+    download_label->setText(mMediaDownloadedFilename);
+    download_complete->hide();
+    download_label->adjustSize();
+
+    moveLeftEdge(download_cancel, (width() - download_cancel->width()) / 2);
+    download_open->hide();
+    download_show->hide();
+    adjustSize();
+
+    if (mDownloadDirectory.isEmpty())
+        mDownloadDirectory = firstDownloadLocation();
+    mMediaDownloadedPath = mDownloadDirectory + QStringLiteral("/") + mMediaDownloadedFilename;
+    Logger::Info(logModule, QStringLiteral("[startDownload] - url=") + url.toString() + QStringLiteral(", path=")
+            + mMediaDownloadedPath + QStringLiteral(", retry=") + QString::number(mRetryCount));
+
+    // A fresh account may not have its download folder yet.
+    QDir().mkpath(mDownloadDirectory);
+    mOutput.setFileName(mMediaDownloadedPath);
+    if (!mOutput.open(QIODevice::WriteOnly)) {
+        fprintf(stderr, "Problem opening save file '%s' for download '%s': %s\n", qPrintable(mMediaDownloadedPath),
+            url.toEncoded().constData(), qPrintable(mOutput.errorString()));
+        Logger::Error(logModule, QStringLiteral("[startDownload] - cannot open ") + mMediaDownloadedPath
+                + QStringLiteral(": ") + mOutput.errorString());
+        return;
+    }
+
+    mDownloadCompleted = false;
+    mReceivedBytes = false;
+
+    // A jar per attempt reads the cookies the hosted page stored last.
+    mNetworkManager.setCookieJar(new CookieJar());
+
+    QNetworkReply* reply = mNetworkManager.get(QNetworkRequest(url));
+    mCurrentDownload = reply;
+    connect(reply, &QNetworkReply::sslErrors, this, &MediaDownloaderDialog::sslErrors);
+    connect(reply, &QNetworkReply::downloadProgress, this, &MediaDownloaderDialog::downloadProgress);
+    connect(reply, &QNetworkReply::finished, this, &MediaDownloaderDialog::downloadFinished);
+    connect(reply, &QNetworkReply::readyRead, this, &MediaDownloaderDialog::downloadReadyRead);
+
+    timer->start(DownloadWatchdog::intervalMs());
+}
+
+void MediaDownloaderDialog::downloadReadyRead()
+{
+    if (mCurrentDownload)
+        mOutput.write(mCurrentDownload->readAll());
+}
+
+void MediaDownloaderDialog::downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal)
+{
+    if (!mReceivedBytes)
+        mReceivedBytes = bytesReceived > 0;
+    if (mFileSize <= 0)
+        return;
+
+    // The page's size is trusted over the server's; a longer body runs past 100.
+    const qint64 percent = bytesReceived * 100 / qint64(mFileSize);
+    if (percent % 10 == 0) {
+        Logger::Info(logModule, QStringLiteral("[downloadProgress] currentPercent=") + QString::number(percent)
+                + QStringLiteral(", bytesTotal=") + QString::number(bytesTotal));
+    }
+    mDownloadCompleted = percent == 100;
+    timer->stop();
+    download_progress->setValue(int(percent));
+}
+
+void MediaDownloaderDialog::timeout()
+{
+    Logger::Info(logModule, QStringLiteral("[timeout] - mReceivedBytes=") + QVariant(mReceivedBytes).toString());
+    if (mReceivedBytes)
+        return;
+    processCancel();
+    doRetryOrDisplayError();
+}
+
+void MediaDownloaderDialog::processCancel()
+{
+    Logger::Info(logModule, QStringLiteral("[processCancel] called"));
+    timer->stop();
+    // The abort runs downloadFinished at once, which may start a retry.
+    if (!mDownloadCompleted && mCurrentDownload && mCurrentDownload->isOpen())
+        mCurrentDownload->abort();
+
+    const QString path = mDownloadDirectory + QStringLiteral("/") + mMediaDownloadedFilename;
+    if (QFile::exists(path)) {
+        const bool removed = QFile(path).remove();
+        Logger::Info(logModule, QStringLiteral("[processCancel] - removed=") + QVariant(removed).toString());
+    }
+    // Further attempts go to the system's download folder.
+    if (!mDownloadDirectory.isNull())
+        mDownloadDirectory = QString();
+}
+
+void MediaDownloaderDialog::cancelButtonClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[cancelButtonClicked] called"));
+    processCancel();
+    close();
+}
+
+void MediaDownloaderDialog::doRetryOrDisplayError()
+{
+    Logger::Info(logModule, QStringLiteral("[doRetryOrDisplayError] - mRetryCount=") + QString::number(mRetryCount));
+    if (mRetryCount <= 2) {
+        ++mRetryCount;
+        startDownload(mDownloadUrl, mMediaDownloadedFilename, mType, mOpenFile);
+    } else {
+        displayDownloadError();
+    }
+}
+
+void MediaDownloaderDialog::displayDownloadError()
+{
+    Logger::Info(logModule, QStringLiteral("[displayDownloadError] called"));
+    QMessageBox box;
+    box.setText(tr("Error downloading update."));
+    box.exec();
+    close();
+}
+
+void MediaDownloaderDialog::downloadFinished()
+{
+    Logger::Info(logModule, QStringLiteral("[downloadFinished] called"));
+    mOutput.close();
+    mDownloadCompleted = true;
+
+    QNetworkReply* finished = mCurrentDownload;
+    const bool failed = !finished || finished->error() != QNetworkReply::NoError;
+    if (failed) {
+        Logger::Info(logModule, QStringLiteral("[downloadFinished] Failed: ")
+                + (finished ? finished->errorString() : QString()));
+        // A third failure leaves the dialog as it stands; only the watchdog ends in the error box.
+        if (mRetryCount <= 2)
+            doRetryOrDisplayError();
+    } else if (mOpenFile) {
+        openButtonClicked();
+    } else {
+        download_label->adjustSize();
+        download_cancel->hide();
+        download_progress->hide();
+        download_complete->show();
+        download_show->show();
+        download_open->show();
+
+        MainWindow* mainWindow = mainWindowHolder::get();
+        const double osScaleFactor = mainWindow ? mainWindow->getOsScaleFactor() : 1.0;
+        const int spacing = int(osScaleFactor * 8.0);
+        const int totalButtonWidth = spacing + download_show->width() + download_open->width();
+        Logger::Info(logModule, QStringLiteral("[downloadfinished] - totalButtonWidth=") + QString::number(totalButtonWidth));
+        const int left = (width() - totalButtonWidth) / 2;
+        moveLeftEdge(download_show, left);
+        moveLeftEdge(download_open, left + download_show->width() + spacing);
+        download_open->setFocus(Qt::OtherFocusReason);
+        adjustSize();
+    }
+    // Whatever the pointer holds now: after a retry above, that is the new attempt.
+    if (mCurrentDownload)
+        mCurrentDownload->deleteLater();
+}
+
+void MediaDownloaderDialog::openButtonClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[openButtonClicked] called"));
+    emit openDownloadedFile(mMediaDownloadedPath);
+    close();
+}
+
+void MediaDownloaderDialog::showButtonClicked()
+{
+    Logger::Info(logModule, QStringLiteral("[showButtonClicked] called"));
+    emit showFileInFolder(mMediaDownloadedPath);
+    close();
+}
+
+void MediaDownloaderDialog::sslErrors(QList<QSslError> sslErrorList)
+{
+    SslErrorPolicy::ignoreAll(qobject_cast<QNetworkReply*>(sender()), sslErrorList, logModule);
+}
+
+void MediaDownloaderDialog::done(int result)
+{
+    timer->stop();
+    if (mCurrentDownload && mCurrentDownload->isRunning()) {
+        // Without this a retry left running would finish in a hidden dialog and even open the file.
+        disconnect(mCurrentDownload, nullptr, this, nullptr);
+        mCurrentDownload->abort();
+        mOutput.close();
+        if (mOutput.exists())
+            mOutput.remove();
+    }
+    QDialog::done(result);
+}

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QDialog>
+#include <QFile>
+#include <QList>
+#include <QNetworkAccessManager>
+#include <QPointer>
+#include <QSslError>
+#include <QString>
+#include <QUrl>
+
+class QLabel;
+class QNetworkReply;
+class QProgressBar;
+class QPushButton;
+class QTimer;
+
+// Saves a picture or video of a message with the user's cookies, then opens it or offers to.
+// The percentage follows the size the page announced, not the server's. Two retries.
+class MediaDownloaderDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    explicit MediaDownloaderDialog(QWidget* parent = nullptr);
+    ~MediaDownloaderDialog() override;
+
+    void setFileSize(long fileSize);
+    void setDownloadDirectory(QString downloadDirectory);
+    void startDownload(QUrl url, QString fileName, QString type, bool openFile);
+
+    // Where the running or finished download is written.
+    QString downloadedPath() const;
+
+public slots:
+    // Closing the dialog, by any way, ends what it is still downloading.
+    void done(int result) override;
+
+signals:
+    void mediaDownloadComplete(QString fileName, QString downloadLocation);
+    void showFileInFolder(QString& pathIn);
+    void openDownloadedFile(QString& pathIn);
+
+private slots:
+    void downloadReadyRead();
+    void downloadFinished();
+    void downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal);
+    void cancelButtonClicked();
+    void openButtonClicked();
+    void showButtonClicked();
+    void sslErrors(QList<QSslError> sslErrorList);
+    void displayDownloadError();
+    void doRetryOrDisplayError();
+    void processCancel();
+    void timeout();
+
+private:
+    QProgressBar* download_progress;
+    QLabel* download_label;
+    QPushButton* download_cancel;
+    QPushButton* download_show;
+    QPushButton* download_open;
+    QLabel* download_complete;
+    QNetworkAccessManager mNetworkManager;
+    // Guarded: a retry started from downloadFinished is scheduled for deletion there while this
+    // still points at it, and the watchdog may come back to it.
+    QPointer<QNetworkReply> mCurrentDownload;
+    QFile mOutput;
+    bool mDownloadCompleted;
+    QString mMediaDownloadedFilename;
+    QString mMediaDownloadedPath;
+    QString mDownloadDirectory;
+    long mFileSize;
+    QUrl mDownloadUrl;
+    QString mType;
+    int mRetryCount;
+    QTimer* timer;
+    bool mReceivedBytes;
+    bool mOpenFile;
+};

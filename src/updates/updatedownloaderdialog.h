@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QDialog>
+#include <QFile>
+#include <QList>
+#include <QNetworkAccessManager>
+#include <QPointer>
+#include <QSslError>
+#include <QString>
+#include <QUrl>
+
+class QLabel;
+class QNetworkReply;
+class QProgressBar;
+class QPushButton;
+class QTimer;
+
+// Downloads the installer of a newer version into the user's download folder, then hands over to
+// it. An attempt that brings no byte within the watchdog's time is abandoned; one retry follows.
+class UpdateDownloaderDialog : public QDialog
+{
+    Q_OBJECT
+
+public:
+    explicit UpdateDownloaderDialog(QWidget* parent = nullptr);
+
+    void startDownload(QUrl downloadUrl);
+
+private slots:
+    void downloadReadyRead();
+    void downloadFinished();
+    void downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal);
+    void cancelButtonClicked();
+    void runApplicationUpdate();
+    void sslErrors(QList<QSslError> sslErrorList);
+    void displayDownloadError();
+    void doRetryOrDisplayError();
+    void processCancel();
+    void timeout();
+
+private:
+    QString saveFileName(QUrl url);
+    QString downloadedFilePath() const;
+
+    QProgressBar* update_download_progress_bar;
+    QPushButton* update_download_cancel_button;
+    QLabel* update_download_label;
+    QNetworkAccessManager mNetworkManager;
+    // Guarded: a retry started from downloadFinished is scheduled for deletion there while this
+    // still points at it, and the watchdog may come back to it.
+    QPointer<QNetworkReply> mCurrentDownload;
+    QFile mOutput;
+    bool mDownloadCompleted;
+    QString mFileName;
+    QUrl mDownloadUrl;
+    int mRetryCount;
+    QTimer* timer;
+    bool mReceivedBytes;
+};

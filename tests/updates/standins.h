@@ -1,0 +1,112 @@
+#pragma once
+
+#include <QApplication>
+#include <QDialog>
+#include <QFile>
+#include <QMetaObject>
+#include <QPushButton>
+#include <QStringList>
+#include <QTimer>
+
+#include "httpserver.h"
+#include "platform/fileopener.h"
+#include "platform/updatehandover.h"
+
+// Records what would have been opened or shown, instead of asking the desktop.
+class RecordingFileOpener : public FileOpener
+{
+public:
+    RecordingFileOpener() { FileOpener::setInstance(this); }
+    ~RecordingFileOpener() override { FileOpener::setInstance(nullptr); }
+    void openFile(const QString& path) override { opened.append(path); }
+    void showInFolder(const QString& path) override { shown.append(path); }
+
+    QStringList opened;
+    QStringList shown;
+};
+
+// Records the hand-over and the installer as it stood then. The real script would end the process;
+// here the dialog that handed over is closed instead, so the test can go on.
+class RecordingHandOver : public UpdateHandOver
+{
+public:
+    RecordingHandOver() { UpdateHandOver::setInstance(this); }
+    ~RecordingHandOver() override { UpdateHandOver::setInstance(nullptr); }
+    void start(QObject* owner, const QString& programFolder, const QString& pid, const QString& installer,
+        const QString& volume) override
+    {
+        arguments = QStringList { programFolder, pid, installer, volume };
+        QFile file(installer);
+        if (file.open(QIODevice::ReadOnly))
+            installerContent = file.readAll();
+        ++count;
+        QMetaObject::invokeMethod(owner, "reject", Qt::QueuedConnection);
+    }
+
+    int count = 0;
+    QStringList arguments;
+    QByteArray installerContent;
+};
+
+namespace Replies {
+inline HttpServer::Reply whole(const QByteArray& body, bool withLength = true)
+{
+    HttpServer::Reply reply;
+    reply.body = body;
+    reply.contentLength = withLength;
+    return reply;
+}
+inline HttpServer::Reply slowly(const QByteArray& body, int pieceSize, int intervalMs, bool withLength = true)
+{
+    HttpServer::Reply reply = whole(body, withLength);
+    reply.pieceSize = pieceSize;
+    reply.pieceIntervalMs = intervalMs;
+    return reply;
+}
+inline HttpServer::Reply status(int code)
+{
+    HttpServer::Reply reply = whole("failed");
+    reply.status = code;
+    return reply;
+}
+inline HttpServer::Reply stall()
+{
+    HttpServer::Reply reply;
+    reply.delayBeforeHeadersMs = -1;
+    return reply;
+}
+// A real network's round trip: a retry started from a failure is dropped with the failed reply
+// (deleteLater) before its answer comes. A loopback answer could otherwise beat the deletion.
+inline HttpServer::Reply afterRoundTrip(HttpServer::Reply reply)
+{
+    reply.delayBeforeHeadersMs = 150;
+    return reply;
+}
+} // namespace Replies
+
+inline QPushButton* buttonWithText(QWidget* dialog, const QString& text)
+{
+    for (QPushButton* button : dialog->findChildren<QPushButton*>()) {
+        if (button->text().remove(QLatin1Char('&')) == text)
+            return button;
+    }
+    return nullptr;
+}
+
+// Runs a call that opens modal dialogs; whatever is still open after 20 s is closed, so a dialog
+// that never ends fails the test instead of hanging it. True when nothing had to be closed.
+template <typename Call>
+bool runModal(Call call)
+{
+    bool timedOut = false;
+    QTimer guard;
+    guard.setSingleShot(true);
+    QObject::connect(&guard, &QTimer::timeout, [&] {
+        timedOut = true;
+        while (auto* open = qobject_cast<QDialog*>(QApplication::activeModalWidget()))
+            open->reject();
+    });
+    guard.start(20000);
+    call();
+    return !timedOut;
+}

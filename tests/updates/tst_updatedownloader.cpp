@@ -1,0 +1,175 @@
+#include <QtTest>
+
+#include <QLabel>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QStandardPaths>
+
+#include "modalanswer.h"
+#include "standins.h"
+#include "updates/confirmdownloadupdate.h"
+#include "updates/downloadwatchdog.h"
+#include "updates/updatedownloaderdialog.h"
+
+using namespace Replies;
+
+namespace {
+QString downloadFolder()
+{
+    return QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0);
+}
+} // namespace
+
+class TestUpdateDownloader : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { QVERIFY(mServer.listen()); }
+    void init();
+    void cleanup() { DownloadWatchdog::setIntervalMsForTests(0); }
+    void outcome_data();
+    void outcome();
+    void yesInThePromptDownloadsAndHandsOver();
+    void cancelRemovesThePartialFile();
+    void watchdogGivesUpAfterFourSeconds();
+
+private:
+    // Runs a download to its end, answering any error box.
+    void run(UpdateDownloaderDialog& dialog, const QString& path);
+
+    HttpServer mServer;
+    QStringList mBoxTexts;
+};
+
+void TestUpdateDownloader::init()
+{
+    DownloadWatchdog::setIntervalMsForTests(300);
+    mServer.clearReplies();
+    mBoxTexts.clear();
+    QDir(downloadFolder()).removeRecursively();
+}
+
+void TestUpdateDownloader::run(UpdateDownloaderDialog& dialog, const QString& path)
+{
+    ModalAnswer<QMessageBox> box([this](QMessageBox* message) {
+        mBoxTexts.append(message->text());
+        message->accept();
+    });
+    dialog.startDownload(mServer.url(path));
+    QVERIFY(runModal([&] { dialog.exec(); }));
+}
+
+void TestUpdateDownloader::outcome_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<HttpServer::Reply>("first");
+    QTest::addColumn<HttpServer::Reply>("later");
+    QTest::addColumn<QString>("fileName"); // empty: the error box instead of a hand-over
+    QTest::addColumn<QString>("volume");
+
+    const QByteArray body(40000, 'i');
+    QTest::newRow("whole body") << "/dl/kestrelgap-setup-2.90.run" << whole(body) << whole(body)
+                                << "kestrelgap-setup-2.90.run" << "kestrelgap-setup-2.90";
+    // The watchdog goes on firing once bytes flow, and must do nothing then.
+    QTest::newRow("no length, slowly") << "/dl/setup.run" << slowly(body, 5000, 120, false) << whole(body)
+                                       << "setup.run" << "setup";
+    QTest::newRow("blanks leave the name") << "/dl/Kestrelgap%20Setup%202.90.run" << whole(body) << whole(body)
+                                           << "KestrelgapSetup2.90.run" << "KestrelgapSetup2.90";
+    QTest::newRow("underscores leave the volume") << "/dl/kestrel_gap_2.90.run" << whole(body) << whole(body)
+                                                  << "kestrel_gap_2.90.run" << "kestrelgap2.90";
+    QTest::newRow("no dot: the volume is the name") << "/dl/kestrel_setup" << whole(body) << whole(body)
+                                                    << "kestrel_setup" << "kestrelsetup";
+    QTest::newRow("path ending in a slash") << "/dl/" << whole(body) << whole(body) << "download" << "download";
+    // A stall's abort spends the one retry inside the cancel; the box follows at once.
+    QTest::newRow("stall, then success") << "/dl/setup.run" << stall() << whole(body) << QString() << QString();
+    // The retry a failure starts is dropped with the failed reply; the watchdog then reports.
+    QTest::newRow("error, then success") << "/dl/setup.run" << status(500) << afterRoundTrip(whole(body)) << QString()
+                                         << QString();
+    QTest::newRow("two failures") << "/dl/setup.run" << status(404) << afterRoundTrip(status(404)) << QString()
+                                  << QString();
+}
+
+void TestUpdateDownloader::outcome()
+{
+    QFETCH(QString, path);
+    QFETCH(HttpServer::Reply, first);
+    QFETCH(HttpServer::Reply, later);
+    QFETCH(QString, fileName);
+    QFETCH(QString, volume);
+
+    mServer.setReply(path, first);
+    QObject scope;
+    connect(&mServer, &HttpServer::requestReceived, &scope, [&] { mServer.setReply(path, later); });
+    RecordingHandOver handOver;
+    UpdateDownloaderDialog dialog;
+    auto* bar = dialog.findChild<QProgressBar*>(QStringLiteral("update_download_progress_bar"));
+    int highest = 0;
+    connect(bar, &QProgressBar::valueChanged, &scope, [&](int value) { highest = qMax(highest, value); });
+    run(dialog, path);
+
+    if (fileName.isEmpty()) {
+        QCOMPARE(mBoxTexts, QStringList { QStringLiteral("Error downloading update.") });
+        QCOMPARE(handOver.count, 0);
+        QVERIFY(QDir(downloadFolder()).entryList(QDir::Files).isEmpty());
+        return;
+    }
+    QVERIFY(mBoxTexts.isEmpty());
+    QCOMPARE(handOver.arguments,
+        QStringList({ QCoreApplication::applicationDirPath(), QString::number(QCoreApplication::applicationPid()),
+            downloadFolder() + QLatin1Char('/') + fileName, volume }));
+    QCOMPARE(handOver.installerContent, first.body);
+    QCOMPARE(highest, 100);
+    QCOMPARE(bar->maximum(), 0); // busy while the script takes over
+    QCOMPARE(dialog.findChild<QLabel*>(QStringLiteral("update_download_label"))->text(), QStringLiteral("Installing..."));
+}
+
+void TestUpdateDownloader::yesInThePromptDownloadsAndHandsOver()
+{
+    mServer.serve(QStringLiteral("/dl/Kestrelgap%20Setup.run"), "installer");
+    RecordingHandOver handOver;
+    ModalAnswer<ConfirmDownloadUpdate> yes([](ConfirmDownloadUpdate* prompt) {
+        buttonWithText(prompt, QStringLiteral("Yes"))->click();
+    });
+    ConfirmDownloadUpdate prompt;
+    // As published, blank and all: the address is read tolerantly.
+    prompt.setDownloadUrl(mServer.url(QStringLiteral("/dl/")).toString() + QStringLiteral("Kestrelgap Setup.run"));
+    QVERIFY(runModal([&] { prompt.exec(); }));
+
+    QCOMPARE(yes.count(), 1);
+    QCOMPARE(handOver.arguments.value(2), downloadFolder() + QStringLiteral("/KestrelgapSetup.run"));
+    QCOMPARE(handOver.installerContent, QByteArray("installer"));
+}
+
+void TestUpdateDownloader::cancelRemovesThePartialFile()
+{
+    mServer.setReply(QStringLiteral("/dl/cancelled.run"), slowly(QByteArray(100000, 'c'), 1000, 50));
+    const QString installer = downloadFolder() + QStringLiteral("/cancelled.run");
+    RecordingHandOver handOver;
+    ModalAnswer<UpdateDownloaderDialog> cancel([&](UpdateDownloaderDialog* shown) {
+        QVERIFY(QTest::qWaitFor([&] { return QFileInfo(installer).size() > 0; }, 10000));
+        shown->findChild<QPushButton*>(QStringLiteral("update_download_cancel_button"))->click();
+    });
+    UpdateDownloaderDialog dialog;
+    run(dialog, QStringLiteral("/dl/cancelled.run"));
+
+    QCOMPARE(cancel.count(), 1);
+    QVERIFY(!QFile::exists(installer));
+    QCOMPARE(handOver.count, 0);
+}
+
+void TestUpdateDownloader::watchdogGivesUpAfterFourSeconds()
+{
+    DownloadWatchdog::setIntervalMsForTests(0);
+    mServer.serveStall(QStringLiteral("/dl/stalled.run"));
+    QElapsedTimer clock;
+    clock.start();
+    UpdateDownloaderDialog dialog;
+    run(dialog, QStringLiteral("/dl/stalled.run"));
+
+    // Coarse timers may fire up to 5 % early.
+    QVERIFY2(clock.elapsed() >= 3800, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(mBoxTexts.size(), 1);
+}
+
+QTEST_MAIN(TestUpdateDownloader)
+#include "tst_updatedownloader.moc"
