@@ -100,6 +100,9 @@ public slots:
     void launchLivePhoneView();
     void launchPhoneDialer();
 
+    // Display language, chosen in the page
+    void changeLanguageCode(QString languageCode);
+
 protected:
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
@@ -110,6 +113,8 @@ private:
     void setTrayActionsEnabledForLoggedInUser(bool enabled);
     void startVersionCheck();
     void closeAllPopupsAndClearBattery();
+    // The tray menu takes a new language once the tray exists.
+    void retranslateTrayMenu();
 
     Html5WebPage* mWebPage;
     NotificationWindow* notificationWindow;

@@ -84,6 +84,7 @@ const SlotRow builtSlots[] = {
     {"launchLivePhoneView()", "void"},
     {"launchPhoneDialer()", "void"},
     {"launchQuickReply(QString,QString,int,int,QString)", "bool"},
+    {"changeLanguageCode(QString)", "void"},
     {"showBatteryStatus(int,bool)", "void"},
     {"showBatteryStatus(int)", "void"},
     {"showNotification(QString,QString,QString,bool,bool,QString)", "void"},
@@ -105,7 +106,6 @@ const SlotRow builtSlots[] = {
 // Slots that arrive with the tray, popups, sounds, downloads, updates, language and start-at-login.
 // Move a row up when its slot lands; together the two lists are the whole published surface.
 const SlotRow laterSlots[] = {
-    {"changeLanguageCode(QString)", "void"},
     {"downloadFile(QString,QString,QString,long,bool)", "void"},
     {"mediaDownloadComplete(QString,QString)", "void"},
     {"showInFolder(QString&)", "void"},
