@@ -113,8 +113,6 @@ private:
     void setTrayActionsEnabledForLoggedInUser(bool enabled);
     void startVersionCheck();
     void closeAllPopupsAndClearBattery();
-    // The tray menu takes a new language once the tray exists.
-    void retranslateTrayMenu();
 
     Html5WebPage* mWebPage;
     NotificationWindow* notificationWindow;

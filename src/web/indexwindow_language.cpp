@@ -6,6 +6,7 @@
 #include "core/logger.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "desktop/winmenubaricon.h"
 
 namespace {
 const QString logModule = QStringLiteral("indexwindow");
@@ -23,9 +24,5 @@ void IndexWindow::changeLanguageCode(QString languageCode)
     setSetting(QStringLiteral("language-code"), languageCode);
     logGoogleAnalyticsEvent(
         QStringLiteral("qt-app-to-os-language-code-values"), languageCode + QLatin1Char('-') + systemLocale);
-    retranslateTrayMenu();
-}
-
-void IndexWindow::retranslateTrayMenu()
-{
+    WinMenuBarIcon::getInstance(nullptr)->translationChanged();
 }

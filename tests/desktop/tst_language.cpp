@@ -14,6 +14,7 @@
 
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "desktop/winmenubaricon.h"
 #include "resourceinit.h"
 #include "testenvironment.h"
 #include "web/indexwindow.h"
@@ -49,6 +50,27 @@ MenuTexts menuTexts(const QString& language)
     }
     return { QStringLiteral("Shortcuts"), { "About", "-", "Preferences", "Sign Out", "-", "Quit" },
         { "New Message...", "Minimize", "Close", "-", "Actual Size", "Zoom In", "Zoom Out" } };
+}
+
+// The tray menu with its popup entry (hidden until a popup opens) and no battery row.
+QStringList trayTexts(const QString& language)
+{
+    if (language == QLatin1String("fr")) {
+        return { "Nouveau message...", "Ouvrir Kestrelgap", "-", "Notifications de téléphone direct",
+            "Numéroteur téléphonique", "Préférences", "Tout fermer les fenêtres popup", "-", "Quitter Kestrelgap" };
+    }
+    if (language == QLatin1String("es")) {
+        return { "Nuevo mensaje...", "Abrir Kestrelgap", "-", "Notificaciones de teléfono en vivo",
+            "Marcador de teléfono", "Preferencias", "Cerrar todas las ventanas emergentes de Windows", "-",
+            "Dejar de Kestrelgap" };
+    }
+    return { "New Message...", "Open Kestrelgap", "-", "Live Phone Notifications", "Phone Dialer", "Preferences",
+        "Close All Popup Windows", "-", "Quit Kestrelgap" };
+}
+
+WinMenuBarIcon* tray()
+{
+    return WinMenuBarIcon::getInstance(nullptr);
 }
 
 QStringList texts(QMenu* menu)
@@ -103,6 +125,7 @@ class TestLanguage : public QObject
 private slots:
     void initTestCase();
     void cleanup();
+    void trayStartsInStoredLanguage();
     void startsInStoredLanguage_data();
     void startsInStoredLanguage();
     void choosingALanguage_data();
@@ -122,6 +145,15 @@ void TestLanguage::cleanup()
 {
     mainWindowHolder::set(nullptr);
     mWindow.reset();
+}
+
+// The tray is shown once per process, so only its first menu shows the language it started in.
+void TestLanguage::trayStartsInStoredLanguage()
+{
+    storeLanguageCode(QStringLiteral("fr"));
+    mWindow = std::make_unique<MainWindow>();
+    tray()->show();
+    QCOMPARE(texts(tray()->contextMenu()), trayTexts(QStringLiteral("fr")));
 }
 
 void TestLanguage::startsInStoredLanguage_data()
@@ -181,8 +213,13 @@ void TestLanguage::choosingALanguage()
     storeLanguageCode(stored);
     mWindow = std::make_unique<MainWindow>();
     mainWindowHolder::set(mWindow.get());
-    if (signedIn)
+    if (signedIn) {
         mWindow->enableMenuOptionsForLoggedInUser();
+        tray()->enableMenuOptionsForLoggedInUser();
+    } else {
+        tray()->disableMenuOptionsForLoggedInUser();
+    }
+    tray()->updateBatteryStatus(50, false);
     QVERIFY(loadRecorder(mWindow.get()));
     QMenu* const firstMenu = mWindow->mainMenu();
     QMenu* const secondMenu = mWindow->shortcutsMenu();
@@ -212,6 +249,10 @@ void TestLanguage::choosingALanguage()
     }
     QCOMPARE(enabledTexts(firstMenu), enabledFirst);
     QCOMPARE(enabledTexts(secondMenu), enabledSecond);
+
+    // The tray is rebuilt too: the battery row goes until the page reports again, the sign-in gate stays.
+    QCOMPARE(texts(tray()->contextMenu()), trayTexts(language));
+    QCOMPARE(tray()->contextMenu()->actions().first()->isEnabled(), signedIn);
 
     QCOMPARE(QSettings().value(QStringLiteral("language-code")).toString(), chosen);
     const QString event = QStringLiteral("_gaq [\"_trackEvent\",\"WebApp\",\"qt-app-to-os-language-code-values\",\"%1\"]")
