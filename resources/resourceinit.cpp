@@ -7,4 +7,5 @@ void kestrelgapInitResources()
 {
     Q_INIT_RESOURCE(kestrelgap);
     Q_INIT_RESOURCE(etc);
+    Q_INIT_RESOURCE(translations);
 }

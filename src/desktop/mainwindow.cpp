@@ -6,6 +6,7 @@
 #include <QGraphicsWebView>
 #include <QInputDialog>
 #include <QJsonObject>
+#include <QLibraryInfo>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSettings>
@@ -67,9 +68,40 @@ MainWindow::MainWindow(QWidget* parent)
     setUpScaleFactors();
 }
 
-void MainWindow::installTranslators(QSettings& /*settings*/)
+void MainWindow::installTranslators(QSettings& settings)
 {
-    // The display-language catalogues are loaded here once they are built.
+    // Only the user's own choice counts here, never the system's locale: without one the program is English.
+    QString languageCode = settings.value(QStringLiteral("language-code")).toString();
+    if (languageCode.isEmpty())
+        languageCode = QStringLiteral("en");
+    loadTranslators(languageCode);
+    // Installed once and only reloaded later, so their place in the lookup order never moves.
+    QCoreApplication::installTranslator(&mQtTranslator);
+    QCoreApplication::installTranslator(&mAppTranslator);
+}
+
+void MainWindow::loadTranslators(const QString& languageCode)
+{
+    // No search delimiters: "kestrelgap_de" must not fall back to a shorter name. A load that finds nothing
+    // leaves the translator empty, so a code without a catalogue shows the English source texts.
+    const QString noDelimiters = QStringLiteral("");
+    mQtTranslator.load(QStringLiteral("qt_") + languageCode, QLibraryInfo::location(QLibraryInfo::TranslationsPath),
+        noDelimiters);
+    mAppTranslator.load(QStringLiteral("kestrelgap_") + languageCode, QStringLiteral(":/translations"), noDelimiters);
+}
+
+void MainWindow::changeLanguageCode(QString currentLanguageCode, QString languageCode)
+{
+    Logger::Debug(logModule, QStringLiteral("[changeLanguageCode] - currentLanguageCode=") + currentLanguageCode
+            + QStringLiteral(", languageCode=") + languageCode);
+    Logger::Debug(logModule, QStringLiteral("[changeLanguageCode] - translations path=")
+            + QLibraryInfo::location(QLibraryInfo::TranslationsPath));
+    loadTranslators(languageCode);
+    // The menus are made anew in the new language, and new actions start signed out.
+    const bool signedIn = mNewMessageAction->isEnabled();
+    createMenus();
+    if (signedIn)
+        enableMenuOptionsForLoggedInUser();
 }
 
 void MainWindow::createMenus()

@@ -59,6 +59,7 @@ public slots:
     double getOsScaleFactor();
     void resizeToFullScreen();
     void resizeToMaximized();
+    void changeLanguageCode(QString currentLanguageCode, QString languageCode);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -71,6 +72,7 @@ private:
     void saveWindowSettings();
     void setUpScaleFactors();
     void installTranslators(QSettings& settings);
+    void loadTranslators(const QString& languageCode);
     void animateGeometryTo(const QRect& target);
     void startDelayedStateSwitch(const char* slot);
     void setLoggedInMenuOptionsEnabled(bool enabled);

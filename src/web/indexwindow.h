@@ -108,6 +108,8 @@ public slots:
     void mediaDownloadComplete(QString fileName, QString downloadLocation);
     void showInFolder(QString& pathIn);
     void opendDownloadedFile(QString& pathIn);
+    // Display language, chosen in the page
+    void changeLanguageCode(QString languageCode);
 
 protected:
     void closeEvent(QCloseEvent* event) override;

@@ -90,6 +90,7 @@ const SlotRow builtSlots[] = {
     {"opendDownloadedFile(QString&)", "void"},
     {"versionCheckLoadComplete(VersionCheck*)", "void"},
     {"versionCheckErrorOccurred(VersionCheck*)", "void"},
+    {"changeLanguageCode(QString)", "void"},
     {"showBatteryStatus(int,bool)", "void"},
     {"showBatteryStatus(int)", "void"},
     {"showNotification(QString,QString,QString,bool,bool,QString)", "void"},
@@ -111,7 +112,6 @@ const SlotRow builtSlots[] = {
 // Slots that arrive with the tray, popups, sounds, downloads, updates, language and start-at-login.
 // Move a row up when its slot lands; together the two lists are the whole published surface.
 const SlotRow laterSlots[] = {
-    {"changeLanguageCode(QString)", "void"},
     {"setAppToStartupAtLoginToMac()", "void"},
     {"logAnalyticsForSetAppToStartupAtLoginToMac(int,int)", "void"},
 };
