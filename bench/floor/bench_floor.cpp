@@ -2,7 +2,9 @@
 // It shows one plain window and, at its first paint, takes the title the timing watches for, so
 // that it is timed from the outside exactly like the client and the browser.
 //
-// Usage: bench_floor [title]   (default "Kestrelgap")
+// Usage: bench_floor [--raster] [title]   (default "Kestrelgap")
+//   --raster  paint in software only, which keeps Qt's GL integration from loading; the runner
+//             sets the two side by side to see what that integration costs
 #include <QApplication>
 #include <QPainter>
 #include <QWidget>
@@ -33,8 +35,13 @@ private:
 
 int main(int argc, char** argv)
 {
+    int first = 1;
+    if (argc > 1 && qstrcmp(argv[1], "--raster") == 0) {
+        QCoreApplication::setAttribute(Qt::AA_ForceRasterWidgets);
+        ++first;
+    }
     QApplication app(argc, argv);
-    FloorWindow window(argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("Kestrelgap"));
+    FloorWindow window(argc > first ? QString::fromLocal8Bit(argv[first]) : QStringLiteral("Kestrelgap"));
     window.setWindowTitle(QStringLiteral("floor"));
     window.resize(1000, 700);
     window.show();

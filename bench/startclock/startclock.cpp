@@ -106,6 +106,12 @@ private:
     long mOffset = 0;
 };
 
+// Windows come and go between a tree query and the look at each of them; such a window just isn't it.
+int ignoreXError(Display*, XErrorEvent*)
+{
+    return 0;
+}
+
 int usage()
 {
     std::fprintf(stderr, "usage: startclock --title TITLE [--log FILE --line TEXT] [--timeout SECONDS] -- command [args...]\n");
@@ -144,6 +150,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "startclock: no X display\n");
         return 1;
     }
+    XSetErrorHandler(ignoreXError);
     std::vector<LogFollower> follower;
     if (!logPath.empty())
         follower.emplace_back(logPath, lineText);
