@@ -23,7 +23,7 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
         as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends chromium
     fi
     [ -f "$build/CMakeCache.txt" ] || cmake -S "$here" -B "$build" >/dev/null
-    targets="kestrelgap bench_floor startclock bench_logging bench_cookies"
+    targets="kestrelgap bench_floor bench_webfloor startclock bench_logging bench_cookies"
     grep -q 'kestrelgap-devhost' "$here/devhost/CMakeLists.txt" && targets="$targets kestrelgap-devhost"
     [ -d "$here/bench/popups" ] && targets="$targets bench_popups"
     # shellcheck disable=SC2086
@@ -159,6 +159,15 @@ measure_floor() {
     stop_timed
 }
 
+measure_webfloor() {
+    start_timed webfloor "$build/bench/webfloor/bench_webfloor" "file://$stage/html/start.html" || return
+    record webfloor.start "$ready"
+    sleep 1
+    read -r rss pss < <(tree_memory "$pid")
+    record webfloor.rss "$rss"; record webfloor.pss "$pss"
+    stop_timed
+}
+
 measure_chromium() {
     local profile="$work/chromium-profile"
     rm -rf "$profile"
@@ -209,6 +218,7 @@ for round in $(seq 0 "$runs"); do
     log "round $round of $runs$([ "$round" -eq 0 ] && echo ' (warm-up)')"
     measure_floor floor
     measure_floor floor-raster --raster
+    measure_webfloor
     measure_chromium
     measure_client
 done
