@@ -22,7 +22,7 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
         as_root apt-get update -q
         as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends chromium
     fi
-    [ -f "$build/CMakeCache.txt" ] || cmake -S "$here" -B "$build" >/dev/null
+    cmake -S "$here" -B "$build" >/dev/null
     targets="kestrelgap bench_floor bench_webfloor startclock bench_logging bench_cookies"
     grep -q 'kestrelgap-devhost' "$here/devhost/CMakeLists.txt" && targets="$targets kestrelgap-devhost"
     [ -d "$here/bench/popups" ] && targets="$targets bench_popups"
@@ -149,6 +149,15 @@ wait_for_request() {
     return 1
 }
 
+# CPU used over 10 s of nothing happening, in % of one core, and the requests the page made meanwhile.
+measure_idle() {
+    local before after mark
+    mark=$(wc -l <"$hostlog")
+    before=$(tree_ticks "$pid"); sleep 10; after=$(tree_ticks "$pid")
+    record "$1.idlecpu" "$(awk -v t=$((after - before)) -v hz="$(getconf CLK_TCK)" 'BEGIN { printf "%.1f", 100 * t / hz / 10 }')"
+    record "$1.requests" "$(tail -n +"$((mark + 1))" "$hostlog" | grep -c '^GET ')"
+}
+
 measure_floor() {
     local name=$1; shift
     start_timed "$name" "$build/bench/floor/bench_floor" "$@" || return
@@ -165,6 +174,7 @@ measure_webfloor() {
     sleep 1
     read -r rss pss < <(tree_memory "$pid")
     record webfloor.rss "$rss"; record webfloor.pss "$pss"
+    [ -x "$devhost" ] && measure_idle webfloor
     stop_timed
 }
 
@@ -192,6 +202,8 @@ measure_client() {
     record kestrelgap.rss "$rss"; record kestrelgap.pss "$pss"
     gl=$(gl_loaded "$pid")
     if [ -x "$devhost" ]; then
+        # The start page has gone on to the sign-in page by now, as the bare web view's has.
+        measure_idle kestrelgap
         # Sign in through the host's demo channel and wait for the messenger page.
         local mark
         mark=$(wc -l <"$hostlog")
@@ -201,11 +213,7 @@ measure_client() {
             sleep 2
             read -r rss pss < <(tree_memory "$pid")
             record main.rss "$rss"; record main.pss "$pss"
-            local before after
-            before=$(tree_ticks "$pid"); sleep 10; after=$(tree_ticks "$pid")
-            record main.idlecpu "$(awk -v t=$((after - before)) -v hz="$(getconf CLK_TCK)" 'BEGIN { printf "%.1f", 100 * t / hz / 10 }')"
-            mark=$(wc -l <"$hostlog"); sleep 10
-            record main.requests "$(tail -n +"$((mark + 1))" "$hostlog" | grep -c '^GET ')"
+            measure_idle main
         else
             log "the messenger page didn't load after sign-in"
         fi
