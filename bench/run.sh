@@ -29,7 +29,7 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
     # shellcheck disable=SC2086
     cmake --build "$build" -j"$(nproc)" --target $targets
     export KESTRELGAP_BENCH_INSIDE=1
-    session=("$here/scripts/desktop-session.sh" --wm -- "$0" --runs "$runs")
+    session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs")
     # A whole run takes a few minutes; never let a hung program hold the machine.
     if [ "$(id -u)" -eq 0 ] && unshare --net true 2>/dev/null; then
         exec timeout 40m unshare --net bash -c 'ip link set lo up && exec "$@"' _ "${session[@]}"
@@ -47,7 +47,9 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/kestrelgap-bench.XXXXXX")
 results="$work/results"   # lines: "figure value"
 hostlog="$work/service.log"
 host_pid=""
-trap 'stop_host; rm -rf "$work"' EXIT
+pid=""
+trap '[ -n "$pid" ] && stop_timed; stop_host; rm -rf "$work"' EXIT
+trap 'exit 143' TERM INT HUP
 log() { echo "bench: $*" >&2; }
 
 stop_host() { [ -n "$host_pid" ] && kill "$host_pid" 2>/dev/null && wait "$host_pid" 2>/dev/null; host_pid=""; }
@@ -134,6 +136,7 @@ stop_timed() {
     # shellcheck disable=SC2086
     kill -KILL $pids 2>/dev/null
     wait "$clock_pid" 2>/dev/null
+    pid=""
 }
 
 record() { [ "$round" -gt 0 ] && echo "$1 $2" >>"$results"; }
