@@ -29,7 +29,8 @@ cell() {
 ratio() {
     local a b
     a=$(median "$1") b=$(median "$2")
-    [ -n "$a" ] && [ -n "$b" ] && calc "%.2f×" "$a / $b" || echo "—"
+    # Nothing to divide by: a figure of its own, not a baseline.
+    [ -n "$a" ] && [ -n "$b" ] && awk -v b="$b" 'BEGIN { exit !(b != 0) }' && calc "%.2f×" "$a / $b" || echo "—"
 }
 
 # True when the median of $1, times $3, is at most the median of $2 (or the number $2).
@@ -160,10 +161,13 @@ fi
 if [ -z "$(median popups.ms)" ]; then
     echo "- (4) **not measured**: the popup benchmark isn't built in this tree."
 else
-    verdict="met"
-    at_most popups.ms 300 && at_most popups.kib 2048 || verdict="not met"
-    echo "- (4) **$verdict** for time and memory: all 20 shown $(median popups.ms) ms after the first launch (goal at most 300 ms)," \
-        "$(median popups.kib) KiB added per popup (goal at most 2,048 KiB). Memory given back after close-all: $popups_given_back."
+    timely="met"; small="met"
+    at_most popups.ms 300 || timely="not met"
+    at_most popups.kib 2048 || small="not met"
+    echo "- (4) time **$timely**: all 20 shown $(median popups.ms) ms after the first launch (goal at most 300 ms);" \
+        "20 bare windows of the same size take $(median bare.ms) ms, so nearly all of it is each popup's own web view" \
+        "loading and laying out the popup page. Memory **$small**: $(median popups.kib) KiB added per popup (goal at most 2,048 KiB)." \
+        "Memory given back after close-all: $popups_given_back."
 fi
 # (5), (6)
 echo "- (5) recorded above: $(line_of "$logging" 'on/off cost ratio')."

@@ -251,6 +251,8 @@ round=1
 logging_out=$("$build/bench/logging/bench_logging" 5000 "$runs")
 cookies_out=$(QT_QPA_PLATFORM=offscreen "$build/bench/cookies/bench_cookies" 20)
 
+# The raw figures stay in the build folder, to look at or to write the report again from.
+cp "$results" "$build/bench/results.txt"
 "$here/bench/report.sh" "$results" "$here/docs/PERFORMANCE.md" "$runs" "$gl" \
     "$logging_out" "$cookies_out" "$popups_out" "$([ -x "$devhost" ] && echo devhost || echo logger)"
 status=$?
