@@ -93,6 +93,9 @@ int Startup::run(int argc, char** argv)
     int newArgc = 0;
     char** newArgv = rewriteArguments(argc, argv, newArgc);
 
+    // Everything paints in software; without this the xcb plug-in loads its GL integration (Mesa's
+    // software GL where there is no GPU), some 50 MB resident that nothing here uses.
+    QCoreApplication::setAttribute(Qt::AA_ForceRasterWidgets);
     auto* app = new QtSingleApplication(QStringLiteral("Kestrelgap"), newArgc, newArgv);
     if (app->sendMessage(QStringLiteral("Wake up"), 5000)) {
         delete app;

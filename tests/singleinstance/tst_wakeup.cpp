@@ -1,5 +1,6 @@
 // The staged program itself, started twice on a real X display: the second start must hand its
-// wake-up to the first, bring the first's window back and leave without a trace.
+// wake-up to the first, bring the first's window back and leave without a trace. Started once, it
+// must show its window without loading any GL.
 #include <QtTest>
 
 #include <QProcess>
@@ -77,6 +78,8 @@ private slots:
     void initTestCase();
     void secondStartWakesFirst_data();
     void secondStartWakesFirst();
+    void noGlLoaded_data();
+    void noGlLoaded();
 
 private:
     // Starts the program as the first, waits for its window and its launch record.
@@ -180,6 +183,31 @@ void TestWakeUp::secondStartWakesFirst()
 
     first.process.terminate();
     QVERIFY(first.process.waitForFinished(10000));
+}
+
+void TestWakeUp::noGlLoaded_data()
+{
+    QTest::addColumn<QString>("library");
+
+    // Under Xvfb these pull in Mesa's software GL, some 50 MB resident for nothing painted with it.
+    QTest::newRow("xcb GLX integration") << QStringLiteral("libqxcb-glx-integration.so");
+    QTest::newRow("xcb EGL integration") << QStringLiteral("libqxcb-egl-integration.so");
+    QTest::newRow("Mesa GLX") << QStringLiteral("libGLX_mesa.so");
+    QTest::newRow("Mesa software rasteriser") << QStringLiteral("swrast_dri.so");
+}
+
+void TestWakeUp::noGlLoaded()
+{
+    QFETCH(QString, library);
+
+    QString window;
+    const std::unique_ptr<Program> started = startFirst(window);
+    QVERIFY2(!window.isEmpty(), "the program showed no main window");
+    QFile maps(QStringLiteral("/proc/%1/maps").arg(started->process.processId()));
+    QVERIFY(maps.open(QIODevice::ReadOnly));
+    const QString mapped = QString::fromUtf8(maps.readAll());
+    QVERIFY(mapped.contains(QLatin1String("libQt5Widgets")));
+    QVERIFY2(!mapped.contains(library), qPrintable(library + QStringLiteral(" is loaded")));
 }
 
 QTEST_GUILESS_MAIN(TestWakeUp)
