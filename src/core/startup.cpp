@@ -4,6 +4,7 @@
 #include <QDateTime>
 #include <QGraphicsWebView>
 #include <QIcon>
+#include <QThread>
 #include <QWebInspector>
 #include <QWebPage>
 #include <QWebSettings>
@@ -13,6 +14,7 @@
 #include "core/upgradecleanup.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "desktop/manageloginitemsworker.h"
 #include "desktop/winmenubaricon.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
@@ -150,4 +152,15 @@ int Startup::run(int argc, char** argv)
     }
     delete app;
     return result;
+}
+
+void manageLoginItems()
+{
+    Logger::Info(logModule, QStringLiteral("[manageLoginItems] called"));
+    auto* worker = new ManageLoginItemsWorker();
+    QThread* thread = ManageLoginItemsWorker::workThread();
+    worker->moveToThread(thread);
+    QObject::connect(thread, &QThread::started, worker, &ManageLoginItemsWorker::doWork);
+    QObject::connect(thread, &QThread::finished, worker, &QObject::deleteLater);
+    thread->start(QThread::InheritPriority);
 }

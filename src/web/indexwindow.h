@@ -99,6 +99,10 @@ public slots:
     void launchLivePhoneView();
     void launchPhoneDialer();
 
+    // Background login-item registration
+    void setAppToStartupAtLoginToMac();
+    void logAnalyticsForSetAppToStartupAtLoginToMac(int removeTimeDiff, int addTimeDiff);
+
 protected:
     void closeEvent(QCloseEvent* event) override;
     void changeEvent(QEvent* event) override;
