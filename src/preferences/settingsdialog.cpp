@@ -285,6 +285,8 @@ void SettingsDialog::setupLayout()
     debugCode->addStretch();
 
     auto* downloadLocation = new QHBoxLayout();
+    // Wide enough for a usual home-folder path; the field can't be scrolled while disabled.
+    ui.default_dwonload_text->setMinimumWidth(320);
     downloadLocation->addWidget(ui.default_dwonload_text);
     downloadLocation->addWidget(ui.default_download_button);
     downloadLocation->addStretch();
