@@ -3,7 +3,7 @@
 #include <QString>
 
 // Start at log-in. The registration itself is the state: no setting records it, so the preferences
-// always show what the session will really do. The tray class exposes these three under its own name.
+// always show what the session will really do.
 class AutomaticStartup
 {
 public:
