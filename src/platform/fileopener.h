@@ -2,18 +2,19 @@
 
 #include <QString>
 
-// Opens a file with the program the user chose for its type, as the desktop's file manager would.
+// Opening a downloaded file with the user's program for its type, and showing it selected in the
+// file manager. Both answer at once; whatever the desktop does next happens on its own time.
 class FileOpener
 {
 public:
     virtual ~FileOpener() = default;
 
-    // False when no program could be asked to open it.
-    virtual bool openFile(const QString& path) = 0;
+    virtual void openFile(const QString& path) = 0;
+    virtual void showInFolder(const QString& path) = 0;
 
-    // The opener in force: a stand-in installed by a test, or the system's.
+    // The opener in force: a stand-in installed by a test, or the desktop's.
     static FileOpener* instance();
-    // Not owned. nullptr restores the system's opener.
+    // Not owned. nullptr restores the desktop's opener.
     static void setInstance(FileOpener* opener);
 
 private:

@@ -470,8 +470,7 @@ void SettingsDialog::openLogClicked()
     QFile log(path);
     logEvent(QStringLiteral("open-logs-click-qt"));
     if (log.exists()) {
-        const bool opened = FileOpener::instance()->openFile(path);
-        Logger::Info(logModule, QStringLiteral("[openLogClicked] opened=") + QString::number(opened));
+        FileOpener::instance()->openFile(path);
         return;
     }
     Logger::Info(logModule, QStringLiteral("[openLogClicked] no log at ") + path);

@@ -47,11 +47,8 @@ class RecordingOpener : public FileOpener
 {
 public:
     QStringList opened;
-    bool openFile(const QString& path) override
-    {
-        opened << path;
-        return true;
-    }
+    void openFile(const QString& path) override { opened << path; }
+    void showInFolder(const QString&) override {}
 };
 
 StringMap storedSettings()
