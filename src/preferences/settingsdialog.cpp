@@ -313,7 +313,7 @@ void SettingsDialog::setupLayout()
 
 void SettingsDialog::updateNotificationSoundControls()
 {
-    const bool soundAvailable = isNotificationSoundEnabledForThisOSVersion();
+    const bool soundAvailable = indexWindow->isNotificationSoundEnabledForThisOSVersion();
     if (win10SoundHintLabel) {
         // A blank line keeps the dialog from changing height when the hint comes and goes.
         win10SoundHintLabel->setText(soundAvailable
@@ -336,20 +336,6 @@ void SettingsDialog::updateNotificationSoundControls()
     ui.sound_selection_label->setEnabled(soundControlsEnabled);
     ui.sound_selection_dropdown->setEnabled(soundControlsEnabled);
     ui.sound_selection_preview_button->setEnabled(soundControlsEnabled);
-}
-
-bool SettingsDialog::isNotificationSoundEnabledForThisOSVersion()
-{
-    // Where the system's own notifications carry its sound, ours would play twice.
-    if (Properties::getOsVersion().startsWith(QLatin1String("WIN10")))
-        return indexWindow->getNativeNotificationSetting() != nativeValue;
-    return true;
-}
-
-void SettingsDialog::playNotificationSound(const QString& label)
-{
-    Logger::Info(logModule, QStringLiteral("[playNotificationSound] label=") + label);
-    // The sound player takes the label here once it is part of the program.
 }
 
 void SettingsDialog::logValueChange(const QString& eventName, const QString& value)
@@ -528,5 +514,5 @@ void SettingsDialog::setNotificationSound(QString value)
 
 void SettingsDialog::previewNotificationSound()
 {
-    playNotificationSound(ui.sound_selection_dropdown->currentText().toLower());
+    indexWindow->playNotificationSound(ui.sound_selection_dropdown->currentText().toLower());
 }

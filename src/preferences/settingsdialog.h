@@ -72,9 +72,6 @@ private:
     void setupForm();
     void setupLayout();
     void updateNotificationSoundControls();
-    // Sound rules and playback live with the program's sound player.
-    bool isNotificationSoundEnabledForThisOSVersion();
-    void playNotificationSound(const QString& label);
     // One event per preference change, labelled with the new value and carrying it as {"value": ...}.
     void logValueChange(const QString& eventName, const QString& value);
 

@@ -18,6 +18,7 @@
 #include "core/logger.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "notifications/soundplayer.h"
 #include "platform/fileopener.h"
 #include "platform/osversion.h"
 #include "preferences/settingsdialog.h"
@@ -49,6 +50,13 @@ public:
     QStringList opened;
     void openFile(const QString& path) override { opened << path; }
     void showInFolder(const QString&) override {}
+};
+
+class RecordingPlayer : public SoundPlayer
+{
+public:
+    QStringList played;
+    void play(const QString& resourcePath) override { played << resourcePath; }
 };
 
 StringMap storedSettings()
@@ -407,13 +415,22 @@ void TestSettingsDialog::debugCodeStoresEveryPrefix()
 
 void TestSettingsDialog::soundChoiceIsStoredQuietly()
 {
+    RecordingPlayer player;
+    SoundPlayer::setInstance(&player);
+    QSettings().setValue("play-notification-sound", "1");
     openDialog();
     auto* dropdown = control<QComboBox>("sound_selection_dropdown");
     const QStringList labels = {"ping", "spring", "tink", "yeah", "pillsbury", "default"};
+    const QStringList files = {"ping", "spring", "tink", "yeah", "pillsbury", "proxima"};
     for (int i = 0; i < labels.size(); ++i) {
         dropdown->setCurrentIndex((i + 1) % dropdown->count());
         QCOMPARE(QSettings().value("notification-sound").toString(), labels.at(i));
+        // The preview sounds the shown choice, whatever the store says.
+        QSettings().setValue("notification-sound", "ping");
+        QTest::mouseClick(control<QPushButton>("sound_selection_preview_button"), Qt::LeftButton);
+        QCOMPARE(player.played.value(i), ":/sounds/sounds/" + files.at(i) + ".wav");
     }
+    SoundPlayer::setInstance(nullptr);
     QCOMPARE(takeEvents(), QStringList());
 }
 
