@@ -13,6 +13,7 @@
 #include "core/servicehost.h"
 #include "core/upgradecleanup.h"
 #include "core/windowholders.h"
+#include "desktop/automaticstartup.h"
 #include "desktop/mainwindow.h"
 #include "desktop/manageloginitemsworker.h"
 #include "desktop/winmenubaricon.h"
@@ -76,9 +77,9 @@ void Startup::setUpTextCipher()
 void Startup::showTrayIcon(bool firstLaunch)
 {
     WinMenuBarIcon::getInstance(nullptr)->show();
-    if (firstLaunch) {
-        // Start-at-login registration joins here once it exists.
-    }
+    // The user gets start at log-in without being asked, once.
+    if (firstLaunch)
+        AutomaticStartup::setAutomaticStartup();
 }
 
 void Startup::showHackWindow()
