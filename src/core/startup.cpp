@@ -4,6 +4,7 @@
 #include <QDateTime>
 #include <QGraphicsWebView>
 #include <QIcon>
+#include <QThread>
 #include <QWebInspector>
 #include <QWebPage>
 #include <QWebSettings>
@@ -12,7 +13,9 @@
 #include "core/servicehost.h"
 #include "core/upgradecleanup.h"
 #include "core/windowholders.h"
+#include "desktop/automaticstartup.h"
 #include "desktop/mainwindow.h"
+#include "desktop/manageloginitemsworker.h"
 #include "desktop/winmenubaricon.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
@@ -74,9 +77,9 @@ void Startup::setUpTextCipher()
 void Startup::showTrayIcon(bool firstLaunch)
 {
     WinMenuBarIcon::getInstance(nullptr)->show();
-    if (firstLaunch) {
-        // Start-at-login registration joins here once it exists.
-    }
+    // The user gets start at log-in without being asked, once.
+    if (firstLaunch)
+        AutomaticStartup::setAutomaticStartup();
 }
 
 void Startup::showHackWindow()
@@ -153,4 +156,15 @@ int Startup::run(int argc, char** argv)
     }
     delete app;
     return result;
+}
+
+void manageLoginItems()
+{
+    Logger::Info(logModule, QStringLiteral("[manageLoginItems] called"));
+    auto* worker = new ManageLoginItemsWorker();
+    QThread* thread = ManageLoginItemsWorker::workThread();
+    worker->moveToThread(thread);
+    QObject::connect(thread, &QThread::started, worker, &ManageLoginItemsWorker::doWork);
+    QObject::connect(thread, &QThread::finished, worker, &QObject::deleteLater);
+    thread->start(QThread::InheritPriority);
 }

@@ -27,3 +27,6 @@ private:
     static void showTrayIcon(bool firstLaunch);
     static void showHackWindow();
 };
+
+// Background upkeep of the login items. Nothing calls it here: the autostart entry needs no upkeep.
+void manageLoginItems();

@@ -19,6 +19,7 @@
 #include "desktop/statusbariconactions.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
+#include "preferences/aboutdialog.h"
 #include "web/indexwindow.h"
 
 namespace {
@@ -260,7 +261,8 @@ void MainWindow::showAbout()
 {
     Logger::Info(logModule, QStringLiteral("[showAbout] called"));
     mIndexWindow->logAnalyticsEvent(QStringLiteral("about-kg-clicked-from-kg-menu-qt"));
-    // The about dialog opens here once it exists.
+    AboutDialog dialog;
+    dialog.exec();
 }
 
 void MainWindow::enableMenuOptionsForLoggedInUser()

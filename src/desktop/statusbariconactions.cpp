@@ -9,6 +9,7 @@
 
 #include "core/logger.h"
 #include "desktop/winmenubaricon.h"
+#include "preferences/settingsdialog.h"
 
 namespace {
 const QString logModule = QStringLiteral("statusbariconactions");
@@ -47,5 +48,6 @@ void StatusBarIconActions::showMacMenuBarIcon()
 void StatusBarIconActions::showPreferenceDialog()
 {
     Logger::Info(logModule, QStringLiteral("[showPreferenceDialog] called"));
-    // The preferences dialog opens here once it exists.
+    SettingsDialog dialog(nullptr);
+    dialog.exec();
 }

@@ -110,6 +110,9 @@ public slots:
     void opendDownloadedFile(QString& pathIn);
     // Display language, chosen in the page
     void changeLanguageCode(QString languageCode);
+    // Background login-item registration
+    void setAppToStartupAtLoginToMac();
+    void logAnalyticsForSetAppToStartupAtLoginToMac(int removeTimeDiff, int addTimeDiff);
 
 protected:
     void closeEvent(QCloseEvent* event) override;

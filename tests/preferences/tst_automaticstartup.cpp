@@ -1,0 +1,145 @@
+#include <QtTest>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QStandardPaths>
+
+#include "desktop/automaticstartup.h"
+#include "platform/xdgdesktopentry.h"
+
+namespace {
+
+QString autostartFolder()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/autostart");
+}
+
+QString entryPath()
+{
+    return autostartFolder() + QStringLiteral("/kestrelgap.desktop");
+}
+
+QStringList entryLines()
+{
+    QFile file(entryPath());
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+} // namespace
+
+class TestAutomaticStartup : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void entryDescribesThisProgram();
+    void toggling_data();
+    void toggling();
+    void handMadeEntryCounts();
+    void unwritableFolderFailsQuietly();
+    void execLine_data();
+    void execLine();
+};
+
+void TestAutomaticStartup::init()
+{
+    QFile::remove(autostartFolder());
+    QDir(autostartFolder()).removeRecursively();
+}
+
+void TestAutomaticStartup::entryDescribesThisProgram()
+{
+    AutomaticStartup::setAutomaticStartup();
+
+    // Exec is quoted only where the path needs it; the test folders need none.
+    const QString folder = QCoreApplication::applicationDirPath();
+    QCOMPARE(entryLines(),
+        QStringList({QStringLiteral("[Desktop Entry]"), QStringLiteral("Type=Application"), QStringLiteral("Name=Kestrelgap"),
+            QStringLiteral("Exec=") + QCoreApplication::applicationFilePath(), QStringLiteral("Path=") + folder,
+            QStringLiteral("Icon=") + folder + QStringLiteral("/kestrelgap.iconset/icon_512x512.png"),
+            QStringLiteral("X-GNOME-Autostart-enabled=true")}));
+}
+
+void TestAutomaticStartup::toggling_data()
+{
+    QTest::addColumn<QString>("steps"); // s = set, r = remove
+    QTest::addColumn<bool>("registered");
+
+    QTest::newRow("set") << "s" << true;
+    QTest::newRow("set twice keeps one entry") << "ss" << true;
+    QTest::newRow("set, remove") << "sr" << false;
+    QTest::newRow("remove without entry") << "r" << false;
+    QTest::newRow("set, remove, remove") << "srr" << false;
+    QTest::newRow("set, remove, set") << "srs" << true;
+}
+
+void TestAutomaticStartup::toggling()
+{
+    QFETCH(QString, steps);
+    QFETCH(bool, registered);
+
+    for (const QChar step : steps) {
+        if (step == QLatin1Char('s'))
+            AutomaticStartup::setAutomaticStartup();
+        else
+            AutomaticStartup::removeAutomaticStartup();
+    }
+    QCOMPARE(AutomaticStartup::isSettingsAvailable(), registered);
+    const QStringList expected = registered ? QStringList {QStringLiteral("kestrelgap.desktop")} : QStringList();
+    // Nothing else lands in the folder: no temporary or backup files beside the entry.
+    QCOMPARE(QDir(autostartFolder()).entryList(QDir::Files | QDir::Hidden), expected);
+}
+
+void TestAutomaticStartup::handMadeEntryCounts()
+{
+    QVERIFY(QDir().mkpath(autostartFolder()));
+    QFile file(entryPath());
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("not a desktop entry at all");
+    file.close();
+
+    QVERIFY(AutomaticStartup::isSettingsAvailable());
+    AutomaticStartup::setAutomaticStartup();
+    QCOMPARE(entryLines().value(0), QStringLiteral("[Desktop Entry]"));
+}
+
+void TestAutomaticStartup::unwritableFolderFailsQuietly()
+{
+    // A file where the folder should be stops even root from writing the entry.
+    QFile blocker(autostartFolder());
+    QVERIFY(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+
+    AutomaticStartup::setAutomaticStartup();
+    QVERIFY(!AutomaticStartup::isSettingsAvailable());
+    AutomaticStartup::removeAutomaticStartup();
+    QVERIFY(QFileInfo(autostartFolder()).isFile());
+}
+
+void TestAutomaticStartup::execLine_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("value"); // as written after "Exec="
+
+    QTest::newRow("plain") << "/opt/kestrelgap/kestrelgap" << "/opt/kestrelgap/kestrelgap";
+    QTest::newRow("blank") << "/home/a b/kg" << "\"/home/a b/kg\"";
+    QTest::newRow("percent is no field code") << "/opt/100 %u/kg" << "\"/opt/100 %%u/kg\"";
+    // Escaped once for the quoting, and that backslash again for the file's string rules.
+    QTest::newRow("dollar and backquote") << "/opt/$x`y`/kg" << "\"/opt/\\\\$x\\\\`y\\\\`/kg\"";
+    QTest::newRow("double quote") << "/opt/\"q\"/kg" << "\"/opt/\\\\\"q\\\\\"/kg\"";
+    QTest::newRow("backslash") << "/opt/a\\b/kg" << "\"/opt/a\\\\\\\\b/kg\"";
+    QTest::newRow("line break can't start a key") << "/opt/a\nExec=x" << "\"/opt/a\\nExec=x\"";
+}
+
+void TestAutomaticStartup::execLine()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, value);
+    QCOMPARE(XdgDesktopEntry::escapeValue(XdgDesktopEntry::execArgument(path)), value);
+}
+
+QTEST_GUILESS_MAIN(TestAutomaticStartup)
+#include "tst_automaticstartup.moc"

@@ -1,0 +1,82 @@
+#include <QtTest>
+
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include "stagedfolder.h"
+
+// Runs the real program from its staged folder, each time in a home of its own, and looks at what a
+// launch leaves behind: the start-at-login entry and the launch keys.
+class TestFirstLaunch : public QObject
+{
+    Q_OBJECT
+private slots:
+    void registration_data();
+    void registration();
+};
+
+void TestFirstLaunch::registration_data()
+{
+    QTest::addColumn<QString>("tsLastLaunch");
+    QTest::addColumn<QString>("startOnLaunch");
+    QTest::addColumn<bool>("registered");
+
+    QTest::newRow("first launch registers") << "" << "" << true;
+    QTest::newRow("later launch doesn't") << "Mon Nov 23 06:00:00 2026" << "" << false;
+    QTest::newRow("leftover key proves an earlier launch") << "" << "1" << false;
+    QTest::newRow("both keys") << "Mon Nov 23 06:00:00 2026" << "1" << false;
+}
+
+void TestFirstLaunch::registration()
+{
+    QFETCH(QString, tsLastLaunch);
+    QFETCH(QString, startOnLaunch);
+    QFETCH(bool, registered);
+
+    const QString program = StagedFolder::path() + QStringLiteral("/kestrelgap");
+    QVERIFY2(QFile::exists(program), "the build stages the program");
+    QTemporaryDir home;
+    QVERIFY(QDir(home.path()).mkpath(QStringLiteral("tmp")));
+    const QString settingsPath = home.filePath(QStringLiteral("config/Kestrelgap/Kestrelgap.conf"));
+    const QString entryPath = home.filePath(QStringLiteral("config/autostart/kestrelgap.desktop"));
+    {
+        QSettings settings(settingsPath, QSettings::IniFormat);
+        if (!tsLastLaunch.isEmpty())
+            settings.setValue(QStringLiteral("ts-last-launch"), tsLastLaunch);
+        if (!startOnLaunch.isEmpty())
+            settings.setValue(QStringLiteral("start-on-launch"), startOnLaunch);
+    }
+
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("HOME"), home.path());
+    environment.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+    environment.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+    environment.insert(QStringLiteral("XDG_CACHE_HOME"), home.filePath(QStringLiteral("cache")));
+    // The single-instance socket lives in the temporary folder: a private one keeps other copies out.
+    environment.insert(QStringLiteral("TMPDIR"), home.filePath(QStringLiteral("tmp")));
+
+    QProcess client;
+    client.setProcessEnvironment(environment);
+    client.setWorkingDirectory(StagedFolder::path());
+    client.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    client.setStandardOutputFile(QProcess::nullDevice());
+    client.start(program, QStringList());
+    QVERIFY(client.waitForStarted());
+
+    // The launch time is written last before the event loop, after any registration.
+    const auto launched = [&] {
+        return QSettings(settingsPath, QSettings::IniFormat).value(QStringLiteral("ts-last-launch")).toString()
+            != tsLastLaunch;
+    };
+    const bool started = QTest::qWaitFor(launched, 30000);
+    client.kill();
+    client.waitForFinished();
+    QVERIFY(started);
+
+    QCOMPARE(QFile::exists(entryPath), registered);
+    QVERIFY(!QSettings(settingsPath, QSettings::IniFormat).contains(QStringLiteral("start-on-launch")));
+}
+
+QTEST_GUILESS_MAIN(TestFirstLaunch)
+#include "tst_firstlaunch.moc"
