@@ -3,12 +3,16 @@
 #include <QEvent>
 #include <QJsonObject>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
 
 #include "core/logger.h"
 #include "core/properties.h"
 #include "core/windowholders.h"
+#include "updates/confirmdownloadupdate.h"
+#include "updates/latestinstalleddialog.h"
+#include "updates/versioncheck.h"
 #include "web/indexwindow.h"
 
 namespace {
@@ -95,11 +99,32 @@ void AboutDialog::checkForUpdateButtonClicked()
     QJsonObject none;
     indexWindowHolder::get()->logAnalyticsEvent(QStringLiteral("check-for-updates-qt"), QString(), &none);
 
-    startVersionCheck();
+    // Each click is a check of its own; the answers come one after the other.
+    auto* versionCheck = new VersionCheck(this);
+    connect(versionCheck, &VersionCheck::versionCheckLoadComplete, this, &AboutDialog::versionCheckLoadComplete);
+    connect(versionCheck, &VersionCheck::versionCheckErrorOccurred, this, &AboutDialog::versionCheckErrorOccurred);
+    versionCheck->loadObject();
 }
 
-void AboutDialog::startVersionCheck()
+void AboutDialog::versionCheckLoadComplete(VersionCheck* versionCheck)
 {
-    // The version check answers here once it is part of the program: up to date, a prompt, or a message box.
-    Logger::Info(logModule, QStringLiteral("[startVersionCheck] no version check in this build yet"));
+    IndexWindow* indexWindow = indexWindowHolder::get();
+    if (versionCheck->compareWithInstalled(indexWindow, logModule)) {
+        LatestInstalledDialog latest(nullptr);
+        latest.exec();
+        return;
+    }
+
+    QJsonObject trigger;
+    trigger.insert(QStringLiteral("trigger"), QStringLiteral("about-dialog"));
+    indexWindow->logAnalyticsEvent(QStringLiteral("user-prompted-to-install-update-qt"), QStringLiteral("about-dialog"), &trigger);
+    ConfirmDownloadUpdate prompt(nullptr);
+    prompt.setDownloadUrl(versionCheck->getDownloadPath());
+    prompt.exec();
+}
+
+void AboutDialog::versionCheckErrorOccurred(VersionCheck* versionCheck)
+{
+    Logger::Info(logModule, QStringLiteral("[versionCheckErrorOccurred] - ") + versionCheck->getErrorMessage());
+    QMessageBox::about(nullptr, QStringLiteral("Kestrelgap"), versionCheck->getErrorMessage());
 }

@@ -5,6 +5,7 @@
 class QLabel;
 class QPushButton;
 class QVBoxLayout;
+class VersionCheck;
 
 // Name, icon and version of the program, and the one place where a user asks for a version check.
 // Unlike the silent check at sign-in, this one always answers.
@@ -16,6 +17,8 @@ public:
 
 public slots:
     void checkForUpdateButtonClicked();
+    void versionCheckLoadComplete(VersionCheck* versionCheck);
+    void versionCheckErrorOccurred(VersionCheck* versionCheck);
 
 protected:
     void changeEvent(QEvent* event) override;
@@ -31,7 +34,6 @@ private:
         QPushButton* checkForUpdateButton;
     };
 
-    void startVersionCheck();
     void setupForm();
     void retranslateForm();
 
