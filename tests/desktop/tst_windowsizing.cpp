@@ -71,6 +71,18 @@ const char recordingPage[] = R"(<html><head><script>
   var _kmq = { push: function (a) { window.events.push('km:' + a[1] + ':' + a[2].location); } };
 </script></head><body>page</body></html>)";
 
+// A window manager may push a window down so that its title bar stays on the screen; the
+// program's request is met when only that shift differs.
+bool placedAt(const QWidget* window, const QRect& expected, bool windowManager)
+{
+    const QRect shape = window->geometry();
+    if (shape == expected || !windowManager)
+        return shape == expected;
+    const int titleBar = shape.y() - window->frameGeometry().y();
+    return shape.size() == expected.size() && shape.x() == expected.x() && expected.y() < titleBar
+        && shape.y() > expected.y() && shape.y() <= titleBar;
+}
+
 } // namespace
 
 class TestWindowSizing : public QObject
@@ -215,14 +227,16 @@ void TestWindowSizing::shapes()
 
     MainWindow* window = start();
     QCOMPARE(window->property("view").toString(), QStringLiteral("login"));
-    QTRY_COMPARE(window->geometry(), login);
+    QTRY_VERIFY2(placedAt(window, login, mWindowManager),
+        qPrintable(QStringLiteral("%1,%2 %3x%4").arg(window->geometry().x()).arg(window->geometry().y()).arg(window->width()).arg(window->height())));
 
     window->resizeWindowToMessengerSize(true);
     QCOMPARE(window->property("view").toString(), QStringLiteral("messenger"));
     // The state switch waits for the animation; it never happens inside the call.
     QCOMPARE(int(window->windowState()), int(Qt::WindowNoState));
     if (finalState == Qt::WindowNoState || !mWindowManager)
-        QTRY_COMPARE(window->geometry(), messenger);
+        QTRY_VERIFY2(placedAt(window, messenger, mWindowManager),
+            qPrintable(QStringLiteral("%1,%2 %3x%4").arg(window->geometry().x()).arg(window->geometry().y()).arg(window->width()).arg(window->height())));
     QTRY_COMPARE(int(window->windowState()), finalState);
     if (!mWindowManager) {
         // With no manager a state is only a hint: the shape stays as the program set it.
@@ -258,7 +272,8 @@ void TestWindowSizing::savedOnlyAtMessenger()
     MainWindow* window = start();
     if (atMessenger) {
         window->resizeWindowToMessengerSize(false);
-        QTRY_COMPARE(window->geometry(), mScreen->messenger);
+        QTRY_VERIFY2(placedAt(window, mScreen->messenger, mWindowManager),
+            qPrintable(QStringLiteral("%1,%2 %3x%4").arg(window->geometry().x()).arg(window->geometry().y()).arg(window->width()).arg(window->height())));
     }
     window->setGeometry(moved);
     QTRY_COMPARE(window->geometry(), moved);
@@ -277,7 +292,8 @@ void TestWindowSizing::savedOnlyAtMessenger()
 
     // The next start opens at the login shape, and the page's arrival brings the saved shape back.
     window = start();
-    QTRY_COMPARE(window->geometry(), mScreen->login);
+    QTRY_VERIFY2(placedAt(window, mScreen->login, mWindowManager),
+        qPrintable(QStringLiteral("%1,%2 %3x%4").arg(window->geometry().x()).arg(window->geometry().y()).arg(window->width()).arg(window->height())));
     window->resizeWindowToMessengerSize(true);
     QTRY_COMPARE(window->geometry(), moved);
 }
