@@ -26,6 +26,7 @@ trayer
 openbox
 x11-utils
 xdotool
+tesseract-ocr
 imagemagick
 dbus
 dbus-x11

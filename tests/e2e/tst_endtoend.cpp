@@ -1,12 +1,15 @@
 // The whole program against the local development service host, as a user meets it: the real
 // client from its staged folder and the real devhost, driven through the X display with xdotool
-// (keys and window geometry) and followed through the devhost's request log.
+// (keys and window geometry) and followed through the devhost's request log. The tray menu is read
+// the way a user reads it: opened with the mouse, captured and put through OCR.
 #include <QDir>
+#include <QImage>
 #include <QMap>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -84,8 +87,12 @@ private:
     qulonglong activeClientWindow() const;
     void sendKeys(qulonglong window, const QString& keys);
     void quitWithCtrlQAndYes();
+    // The tray menu row that names the battery, and whether the charging icon is drawn beside it.
+    QString trayBatteryRow(bool* chargingIcon);
+    QString autostartEntry() const;
 
     QString mXdotool;
+    QString mTesseract;
     QTemporaryDir mTmp;
     QProcess mDevHost;
     QProcess mClient;
@@ -97,6 +104,8 @@ void TestEndToEnd::initTestCase()
 {
     mXdotool = QStandardPaths::findExecutable(QStringLiteral("xdotool"));
     QVERIFY2(!mXdotool.isEmpty(), "xdotool is needed to drive the client (scripts/install-deps.sh installs it)");
+    mTesseract = QStandardPaths::findExecutable(QStringLiteral("tesseract"));
+    QVERIFY2(!mTesseract.isEmpty(), "tesseract reads the tray menu (scripts/install-deps.sh installs it)");
     QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "runs inside scripts/desktop-session.sh --wm");
     QVERIFY2(StagedFolder::enter(), "the build stages the program folder");
     QVERIFY(QFileInfo(QStringLiteral(KESTRELGAP_DEVHOST_BINARY)).isExecutable());
@@ -252,6 +261,88 @@ void TestEndToEnd::quitWithCtrlQAndYes()
     QCOMPARE(mClient.exitCode(), 0);
 }
 
+QString TestEndToEnd::trayBatteryRow(bool* chargingIcon)
+{
+    *chargingIcon = false;
+    // The tray icon: the client's small square window, embedded in the tray.
+    qulonglong tray = 0;
+    QSet<qulonglong> before;
+    const QString all = run(mXdotool, {QStringLiteral("search"), QStringLiteral("--all"), QStringLiteral("--onlyvisible"),
+                                       QStringLiteral("--pid"), QString::number(mClient.processId()), QString()});
+    for (const QString& id : all.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        const QSize size = windowSize(id.toULongLong());
+        before << id.toULongLong();
+        if (size.width() == size.height() && size.width() >= 16 && size.width() <= 64)
+            tray = id.toULongLong();
+    }
+    if (tray == 0)
+        return QStringLiteral("no tray icon");
+    const QSize traySize = windowSize(tray);
+    run(mXdotool, {QStringLiteral("mousemove"), QStringLiteral("--window"), QString::number(tray),
+                   QString::number(traySize.width() / 2), QString::number(traySize.height() / 2),
+                   QStringLiteral("click"), QStringLiteral("3")});
+    qulonglong menu = 0;
+    (void)QTest::qWaitFor([&] {
+        const QString now = run(mXdotool, {QStringLiteral("search"), QStringLiteral("--all"), QStringLiteral("--onlyvisible"),
+                                           QStringLiteral("--pid"), QString::number(mClient.processId()), QString()});
+        for (const QString& id : now.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+            if (!before.contains(id.toULongLong()))
+                menu = id.toULongLong();
+        }
+        return menu != 0;
+    }, startTimeoutMs);
+    if (menu == 0)
+        return QStringLiteral("no menu opened from the tray icon");
+    QTest::qWait(300); // the menu's first paint
+
+    const QString shot = mTmp.filePath(QStringLiteral("tray-menu.png"));
+    const QString scaled = mTmp.filePath(QStringLiteral("tray-menu-ocr.png"));
+    run(QStringLiteral("import"), {QStringLiteral("-window"), QString::number(menu), shot});
+    run(mXdotool, {QStringLiteral("key"), QStringLiteral("Escape")});
+    // Three times the size in grey reads far more reliably than screen-sized text.
+    constexpr int scale = 3;
+    run(QStringLiteral("convert"), {shot, QStringLiteral("-colorspace"), QStringLiteral("Gray"),
+                                    QStringLiteral("-resize"), QStringLiteral("%1%").arg(scale * 100), scaled});
+    const QString tsv = run(mTesseract, {scaled, QStringLiteral("-"), QStringLiteral("tsv")});
+
+    // Words by line (block, paragraph, line), with the line's vertical extent.
+    struct Line { QStringList words; int top = INT_MAX; int bottom = 0; };
+    QMap<QString, Line> lines;
+    for (const QString& row : tsv.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        const QStringList f = row.split(QLatin1Char('\t'));
+        if (f.size() < 12 || f.at(0) != QLatin1String("5") || f.at(11).trimmed().isEmpty())
+            continue;
+        Line& line = lines[f.mid(2, 3).join(QLatin1Char('.'))];
+        line.words << f.at(11).trimmed();
+        line.top = qMin(line.top, f.at(7).toInt());
+        line.bottom = qMax(line.bottom, f.at(7).toInt() + f.at(9).toInt());
+    }
+    const QImage image(shot);
+    for (const Line& line : qAsConst(lines)) {
+        const QString text = line.words.join(QLatin1Char(' '));
+        if (!text.contains(QLatin1String("Battery")))
+            continue;
+        // The row's icon column: the charging bolt is the only icon drawn in that blue.
+        const QColor bolt(0x1E, 0x88, 0xE5);
+        int boltPixels = 0;
+        for (int y = line.top / scale; y <= line.bottom / scale && y < image.height(); ++y) {
+            for (int x = 0; x < qMin(32, image.width()); ++x) {
+                const QColor c = image.pixelColor(x, y);
+                boltPixels += qAbs(c.red() - bolt.red()) + qAbs(c.green() - bolt.green()) + qAbs(c.blue() - bolt.blue()) < 60;
+            }
+        }
+        *chargingIcon = boltPixels > 10;
+        return text;
+    }
+    return QStringLiteral("no battery row in the tray menu: ") + tsv.simplified().left(200);
+}
+
+QString TestEndToEnd::autostartEntry() const
+{
+    const QString config = qEnvironmentVariable("XDG_CONFIG_HOME", QDir::homePath() + QStringLiteral("/.config"));
+    return config + QStringLiteral("/autostart/kestrelgap.desktop");
+}
+
 qulonglong TestEndToEnd::activeClientWindow() const
 {
     const qulonglong active = run(mXdotool, {QStringLiteral("getactivewindow")}).trimmed().toULongLong();
@@ -321,11 +412,19 @@ void TestEndToEnd::signInQuitAndComeBackSignedIn()
         moved += it.value().topLeft() != shown.value(it.key()).topLeft() ? 1 : 0;
     QVERIFY2(moved > 0, "no popup moved into the gap");
 
-    // The tray menu's text can't be read from outside; the battery reaching the tray's update is.
     qInfo("battery");
     QVERIFY(pushEvent(R"({"type":"battery","level":45,"charging":true})"));
     QTRY_VERIFY_WITH_TIMEOUT(mClientLog.contains(QStringLiteral("[showBatteryStatus] - status=45, isCharging=true")),
                              startTimeoutMs);
+    bool charging = false;
+    const QString batteryRow = trayBatteryRow(&charging);
+    QVERIFY2(batteryRow.contains(QLatin1String("Phone Battery: 45%")), qPrintable(batteryRow));
+    QVERIFY2(charging, "no charging icon beside the battery row");
+
+    // The first launch registered start at log-in. A user who then removes the entry by hand
+    // (their desktop's start-up settings do just that) must not find it back after a restart.
+    QVERIFY(QFile::exists(autostartEntry()));
+    QVERIFY(QFile::remove(autostartEntry()));
 
     qInfo("quitting");
     quitWithCtrlQAndYes();
@@ -340,6 +439,7 @@ void TestEndToEnd::signInQuitAndComeBackSignedIn()
     QVERIFY(devHostSaw(QStringLiteral("GET /signin 302")));
     QVERIFY(!devHostSaw(QStringLiteral("POST /signin")));
     QTRY_VERIFY_WITH_TIMEOUT(windowSize(mainWindow()).width() > loginSize.width(), startTimeoutMs);
+    QVERIFY2(!QFile::exists(autostartEntry()), "start at log-in registered again on the second start");
 
     quitWithCtrlQAndYes();
 }
