@@ -245,7 +245,11 @@ if [ -x "$build/bench/popups/bench_popups" ]; then
         record popups.kib "$(sed -n 's/^popups:.* \([0-9-]*\) KiB each.*/\1/p' <<<"$out")"
         record bare.ms "$(sed -n 's/^bare windows: all shown after \([0-9]*\) ms.*/\1/p' <<<"$out")"
         record bare.kib "$(sed -n 's/^bare windows:.* \([0-9-]*\) KiB each.*/\1/p' <<<"$out")"
+        record popups.back "$(sed -n 's/^closed all: \([0-9-]*\)% given back.*/\1/p' <<<"$out")"
+        record popups.stays "$(sed -n 's/^closed all:.* \([0-9-]*\) KiB per popup stays.*/\1/p' <<<"$out")"
     done
+    # Round after round in one process: what stays levels off where the engine reuses it.
+    popups_out=$(cd "$work" && HOME="$work/home-popups" timeout 300 "$build/bench/popups/bench_popups" 20 5 2>/dev/null)
 fi
 round=1
 logging_out=$("$build/bench/logging/bench_logging" 5000 "$runs")
