@@ -63,6 +63,13 @@
     </message>
 </context>
 <context>
+    <name>FreedesktopNotifier</name>
+    <message>
+        <source>Open</source>
+        <translation>Ouvrir</translation>
+    </message>
+</context>
+<context>
     <name>IndexWindow</name>
     <message>
         <source>Close</source>
