@@ -1,11 +1,13 @@
 #include "devhost.h"
 
+
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QLocale>
+#include <QSet>
 #include <QUrl>
 #include <QUrlQuery>
 
@@ -156,10 +158,17 @@ HttpServer::Reply DevHost::demoEvents(const HttpServer::Request& request)
             if (value.toObject().value(QStringLiteral("type")).toString().isEmpty())
                 return textReply(400, "every event needs a \"type\"\n");
         }
+        QSet<QString> audiences;
         for (const QJsonValue& value : qAsConst(pushed)) {
             const QJsonObject event = value.toObject();
             const bool forSignIn = event.value(QStringLiteral("type")).toString() == QLatin1String("signin");
-            ids.append(double(mEvents.push(forSignIn ? QStringLiteral("signin") : QStringLiteral("main"), event)));
+            const QString audience = forSignIn ? QStringLiteral("signin") : QStringLiteral("main");
+            ids.append(double(mEvents.push(audience, event)));
+            audiences.insert(audience);
+        }
+        if (mPushed) {
+            for (const QString& audience : qAsConst(audiences))
+                mPushed(audience);
         }
         return textReply(200, QJsonDocument(QJsonObject{{QStringLiteral("ids"), ids}}).toJson(QJsonDocument::Compact),
                          "application/json");
@@ -167,8 +176,20 @@ HttpServer::Reply DevHost::demoEvents(const HttpServer::Request& request)
     const QString audience = query.queryItemValue(QStringLiteral("for"));
     if (audience != QLatin1String("signin") && audience != QLatin1String("main"))
         return textReply(400, "for=signin or for=main\n");
-    const QJsonObject answer{{QStringLiteral("events"), mEvents.take(audience)}};
-    return textReply(200, QJsonDocument(answer).toJson(QJsonDocument::Compact), "application/json");
+    const QJsonArray events = mEvents.take(audience);
+    const QJsonObject answer{{QStringLiteral("events"), events}};
+    HttpServer::Reply reply = textReply(200, QJsonDocument(answer).toJson(QJsonDocument::Compact), "application/json");
+    // An idle page then costs nothing between events, on either side.
+    if (events.isEmpty()) {
+        reply.heldOn = eventChannel(audience);
+        reply.delayBeforeHeadersMs = longPollMs;
+    }
+    return reply;
+}
+
+QString DevHost::eventChannel(const QString& audience)
+{
+    return QStringLiteral("events:") + audience;
 }
 
 QString DevHost::siteFile(const QString& path) const

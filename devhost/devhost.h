@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QHash>
+
+#include <functional>
 #include <QString>
 
 #include "demoeventqueue.h"
@@ -32,6 +34,12 @@ public:
 
     DemoEventQueue& events() { return mEvents; }
 
+    // A page asking for events when there are none is held open on the channel this names (long
+    // polling), up to `longPollMs`; `pushed` is told the page whose events came in, to wake it.
+    static QString eventChannel(const QString& audience);
+    static constexpr int longPollMs = 25000;
+    void setEventsPushed(const std::function<void(const QString& audience)>& pushed) { mPushed = pushed; }
+
 private:
     HttpServer::Reply signIn(const HttpServer::Request& request);
     HttpServer::Reply signOut();
@@ -41,4 +49,5 @@ private:
     QString mSiteRoot;
     QString mServiceHost;
     DemoEventQueue mEvents;
+    std::function<void(const QString&)> mPushed;
 };

@@ -67,6 +67,7 @@ int main(int argc, char** argv)
         }
         return reply;
     });
+    host.setEventsPushed([&server](const QString& audience) { server.wake(DevHost::eventChannel(audience)); });
     // The service sends the client to some pages by https; the client accepts any certificate.
     QFile certificateFile(QDir(parser.value(tlsOption)).filePath(QStringLiteral("cert.pem")));
     QFile keyFile(QDir(parser.value(tlsOption)).filePath(QStringLiteral("key.pem")));

@@ -221,10 +221,24 @@ void TestDevHost::events()
     QFETCH(QStringList, forMain);
 
     DevHost devHost(mSite.path(), host);
+    QStringList woken;
+    devHost.setEventsPushed([&woken](const QString& audience) { woken << audience; });
     QCOMPARE(devHost.handle(makeRequest("POST", "/demo/events", QByteArray(), pushed)).status, pushStatus);
+    // The pages waiting for what came in are woken, each once.
+    QStringList expectedWoken;
+    if (!forMain.isEmpty())
+        expectedWoken << "main";
+    if (!forSignIn.isEmpty())
+        expectedWoken << "signin";
+    woken.sort();
+    QCOMPARE(woken, expectedWoken);
 
     const auto typesFor = [&devHost](const QString& audience) {
         const HttpServer::Reply reply = devHost.handle(makeRequest("GET", "/demo/events?for=" + audience));
+        // Held open (long poll) exactly when there is nothing to hand out.
+        const bool empty = QJsonDocument::fromJson(reply.body).object().value("events").toArray().isEmpty();
+        if (reply.heldOn.isEmpty() == empty)
+            return QStringList{QStringLiteral("<held wrongly>")};
         QStringList types;
         qint64 lastId = 0;
         for (const QJsonValue& event : QJsonDocument::fromJson(reply.body).object().value("events").toArray()) {

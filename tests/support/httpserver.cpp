@@ -61,16 +61,23 @@ bool hasHeader(const HttpServer::Headers& headers, const QByteArray& name)
 
 } // namespace
 
+class Connection;
+
+// Requests held open on a channel until there is something to answer them with. Worker thread only.
+using HeldRequests = QHash<Connection*, QString>;
+
 // One client connection. Requests are answered one at a time, in order; bytes that arrive while an
 // answer is under way wait in the buffer.
 class Connection : public QObject
 {
 public:
-    Connection(QTcpSocket* socket, std::shared_ptr<Shared> shared, QPointer<HttpServer> owner, QObject* parent)
+    Connection(QTcpSocket* socket, std::shared_ptr<Shared> shared, QPointer<HttpServer> owner, HeldRequests* held,
+               QObject* parent)
         : QObject(parent)
         , mSocket(socket)
         , mShared(std::move(shared))
         , mOwner(owner)
+        , mHeld(held)
         , mTimer(this)
     {
         mSocket->setParent(this);
@@ -83,6 +90,17 @@ public:
             mTimer.stop();
             deleteLater();
         });
+    }
+
+    ~Connection() override { mHeld->remove(this); }
+
+    void wake()
+    {
+        if (mHeld->remove(this) == 0)
+            return;
+        mTimer.stop();
+        mReply = replyFor(mRequest);
+        run(Step::BeforeHeaders);
     }
 
 private:
@@ -140,30 +158,12 @@ private:
         }
         mBuffer.remove(0, bodyStart + request.body.size());
 
-        HttpServer::Handler fallback;
         {
             QMutexLocker lock(&mShared->mutex);
             mShared->requests.append(request);
-            const auto exact = mShared->replies.constFind(request.path);
-            if (exact != mShared->replies.constEnd()) {
-                mReply = exact.value();
-            } else {
-                const auto byPath = mShared->replies.constFind(request.pathWithoutQuery());
-                if (byPath != mShared->replies.constEnd()) {
-                    mReply = byPath.value();
-                } else if (mShared->fallback) {
-                    fallback = mShared->fallback;
-                } else {
-                    mReply = HttpServer::Reply();
-                    mReply.status = 404;
-                    mReply.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("text/plain")));
-                    mReply.body = "not found";
-                }
-            }
         }
-        // Outside the lock: a handler may take its time or look at the server's records.
-        if (fallback)
-            mReply = fallback(request);
+        mRequest = request;
+        mReply = replyFor(request);
 
         if (mOwner) {
             const QString path = request.path;
@@ -184,6 +184,29 @@ private:
         run(Step::BeforeHeaders);
     }
 
+    HttpServer::Reply replyFor(const HttpServer::Request& request)
+    {
+        HttpServer::Handler fallback;
+        {
+            QMutexLocker lock(&mShared->mutex);
+            const auto exact = mShared->replies.constFind(request.path);
+            if (exact != mShared->replies.constEnd())
+                return exact.value();
+            const auto byPath = mShared->replies.constFind(request.pathWithoutQuery());
+            if (byPath != mShared->replies.constEnd())
+                return byPath.value();
+            fallback = mShared->fallback;
+        }
+        // Outside the lock: a handler may take its time or look at the server's records.
+        if (fallback)
+            return fallback(request);
+        HttpServer::Reply notFound;
+        notFound.status = 404;
+        notFound.headers.append(qMakePair(QByteArray("Content-Type"), QByteArray("text/plain")));
+        notFound.body = "not found";
+        return notFound;
+    }
+
     void schedule(Step step, int ms)
     {
         if (ms < 0)
@@ -196,10 +219,13 @@ private:
     {
         switch (step) {
         case Step::BeforeHeaders:
+            if (!mReply.heldOn.isEmpty())
+                mHeld->insert(this, mReply.heldOn);
             if (mReply.delayBeforeHeadersMs != 0)
                 return schedule(Step::Headers, mReply.delayBeforeHeadersMs);
             Q_FALLTHROUGH();
         case Step::Headers:
+            mHeld->remove(this);
             writeHead();
             if (mReply.dropAfterBodyBytes == 0)
                 return drop();
@@ -284,9 +310,11 @@ private:
     QTcpSocket* mSocket;
     std::shared_ptr<Shared> mShared;
     QPointer<HttpServer> mOwner;
+    HeldRequests* mHeld;
     QTimer mTimer;
     Step mNextStep = Step::Finish;
     QByteArray mBuffer;
+    HttpServer::Request mRequest;
     HttpServer::Reply mReply;
     int mSent = 0;
     bool mBusy = false;
@@ -342,9 +370,26 @@ public:
                     QMutexLocker lock(&mShared->mutex);
                     ++mShared->connections;
                 }
-                new Connection(socket, mShared, mOwner, this);
+                new Connection(socket, mShared, mOwner, &mHeld, this);
             }
         });
+    }
+
+    ~Worker() override
+    {
+        // Connections leave the held list as they go, so they must go while it still exists.
+        const QObjectList connections = children();
+        for (QObject* child : connections) {
+            if (child != &mServer)
+                delete child;
+        }
+    }
+
+    void wake(const QString& channel)
+    {
+        const QList<Connection*> waiting = mHeld.keys(channel);
+        for (Connection* connection : waiting)
+            connection->wake();
     }
 
     quint16 listen(quint16 port)
@@ -357,6 +402,7 @@ public:
 private:
     std::shared_ptr<Shared> mShared;
     QPointer<HttpServer> mOwner;
+    HeldRequests mHeld;
     Listener mServer;
 };
 
@@ -455,6 +501,12 @@ void HttpServer::setFallbackHandler(const Handler& handler)
 {
     QMutexLocker lock(&mShared->mutex);
     mShared->fallback = handler;
+}
+
+void HttpServer::wake(const QString& channel)
+{
+    Worker* worker = mWorker;
+    QMetaObject::invokeMethod(worker, [worker, channel] { worker->wake(channel); }, Qt::QueuedConnection);
 }
 
 void HttpServer::serve(const QString& path, const QByteArray& body, const QByteArray& contentType, int status,

@@ -68,6 +68,9 @@ public:
         int dropAfterBodyBytes = -1;
         // Close after this answer even if the client would keep the connection.
         bool closeConnection = false;
+        // Long polling: hold the request on this channel until wake() asks for its answer again,
+        // or until delayBeforeHeadersMs (the longest hold; -1 for none) sends this one as it stands.
+        QString heldOn;
     };
 
     explicit HttpServer(QObject* parent = nullptr);
@@ -93,6 +96,9 @@ public:
     // thread-safe. Without one, unknown paths get 404.
     using Handler = std::function<Reply(const Request&)>;
     void setFallbackHandler(const Handler& handler);
+    // Answers every request held on `channel` afresh, through the same lookup as when it came in.
+    // Callable from any thread, handlers included.
+    void wake(const QString& channel);
 
     void serve(const QString& path, const QByteArray& body, const QByteArray& contentType = "text/plain",
                int status = 200, const Headers& extraHeaders = Headers());
