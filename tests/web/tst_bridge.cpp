@@ -5,7 +5,6 @@
 #include <QGraphicsWebView>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QMenu>
 #include <QNetworkAccessManager>
 #include <QSettings>
@@ -103,14 +102,10 @@ private slots:
     void publishedSurface();
     void pageCalls_data();
     void pageCalls();
-    void kissMetricsObjectText_data();
-    void kissMetricsObjectText();
-    void trackerCallsOnPageWithoutTrackers();
     void menuActions_data();
     void menuActions();
     void loginStateFromPage_data();
     void loginStateFromPage();
-    void pageLogging_data();
     void pageLogging();
     void linkRouting_data();
     void linkRouting();
@@ -187,11 +182,6 @@ void TestBridge::pageCalls_data()
                                    << QStringList();
     QTest::newRow("property keys are case-sensitive") << "qtIndexWindow.getApplicationProperty('Version')"
                                                       << "ok:string:" << QStringList();
-    QTest::newRow("hidden main window is not focused") << "qtIndexWindow.isMainWindowFocused()" << "ok:boolean:false"
-                                                       << QStringList();
-    QTest::newRow("setting default") << "qtIndexWindow.getSetting('bridge-absent', 'fallback')"
-                                     << "ok:string:fallback" << QStringList();
-    QTest::newRow("dock badge is accepted") << "qtIndexWindow.setDockIconUnreadcount(7)" << none << QStringList();
     // Calls the bridge can't convert aren't entered; the page sees an error.
     QTest::newRow("missing sign-in flag") << "qtIndexWindow.updateClientLoginStateForMenuItems()" << "error"
                                           << QStringList();
@@ -216,40 +206,6 @@ void TestBridge::pageCalls()
     QFETCH(QString, call);
     QTEST(callFromPage(mIndexWindow, call), "answer");
     QTEST(::pageCalls(mIndexWindow), "received");
-}
-
-void TestBridge::kissMetricsObjectText_data()
-{
-    QTest::addColumn<QByteArray>("json");
-    QTest::addColumn<QString>("objectText");
-
-    QTest::newRow("caller's os is replaced") << QByteArray(R"({"os":"mac"})") << R"({"os":"pc"})";
-    QTest::newRow("keys in sorted order, capitals first") << QByteArray(R"({"zeta":"1","Zed":"2","a":"x"})")
-                                                          << R"({"Zed":"2","a":"x","os":"pc","zeta":"1"})";
-    QTest::newRow("values that aren't text are empty") << QByteArray(R"({"n":5,"o":{"x":"y"},"z":null})")
-                                                       << R"({"n":"","o":"","os":"pc","z":""})";
-}
-
-void TestBridge::kissMetricsObjectText()
-{
-    QFETCH(QByteArray, json);
-    QFETCH(QString, objectText);
-
-    QJsonObject object = QJsonDocument::fromJson(json).object();
-    mIndexWindow->logKissMetricsEvent("update-prompt", &object);
-    QCOMPARE(::pageCalls(mIndexWindow), QStringList(km("update-prompt", objectText)));
-}
-
-void TestBridge::trackerCallsOnPageWithoutTrackers()
-{
-    QVERIFY(loadAndWait(mIndexWindow, QUrl("qrc:///bridge/bare.html")));
-    QJsonObject object { { "location", "k-icon" } };
-    mIndexWindow->logAnalyticsEvent("close-quickreply-windows-kg-qt", "k-icon", &object);
-    mIndexWindow->composeNewActionClicked();
-    QCOMPARE(::pageCalls(mIndexWindow), QStringList());
-    // The page is still alive and can still reach the bridge.
-    QCOMPARE(mainFrame(mIndexWindow)->evaluateJavaScript("qtIndexWindow.getApplicationProperty('version')").toString(),
-        QStringLiteral("2.89"));
 }
 
 void TestBridge::menuActions_data()
@@ -296,7 +252,6 @@ void TestBridge::loginStateFromPage_data()
     QTest::addColumn<QStringList>("received");
 
     const QString inspect = QStringLiteral("native-app-session-with-inspect-element-on-qt");
-    QTest::newRow("sign-in") << true << "0" << QString() << QStringList();
     QTest::newRow("sign-in while logging") << true << "1" << QString()
                                            << QStringList("informUserThatLoggingIsOnHelper");
     QTest::newRow("sign-in with the debug code") << true << "0" << "KVTR-MOL"
@@ -326,28 +281,16 @@ void TestBridge::loginStateFromPage()
     QCOMPARE(compose->isEnabled(), loggedIn);
 }
 
-void TestBridge::pageLogging_data()
-{
-    QTest::addColumn<QString>("call");
-    QTest::addColumn<QString>("line");
-
-    QTest::newRow("log") << "qtIndexWindow.log('page ready')" << "[Info] [mainhtml-2] [log] - page ready";
-    QTest::newRow("error") << "qtIndexWindow.logError('sendText', 'timed out')"
-                           << "[Error] [mainhtml-4] [sendText] - timed out";
-}
-
 void TestBridge::pageLogging()
 {
-    QFETCH(QString, call);
-    QFETCH(QString, line);
-
     QSettings().setValue("pref-debug-enabled", "1");
     QFile::remove(Logger::logFilePath());
-    QCOMPARE(callFromPage(mIndexWindow, call), QStringLiteral("ok:undefined:undefined"));
+    callFromPage(mIndexWindow, "qtIndexWindow.log('page ready'), qtIndexWindow.logError('sendText', 'timed out')");
     QFile log(Logger::logFilePath());
     QVERIFY(log.open(QIODevice::ReadOnly));
     const QString written = QString::fromUtf8(log.readAll());
-    QVERIFY2(written.contains("] " + line + '\n'), qPrintable(written));
+    QVERIFY2(written.contains("] [Info] [mainhtml-2] [log] - page ready\n"), qPrintable(written));
+    QVERIFY2(written.contains("] [Error] [mainhtml-4] [sendText] - timed out\n"), qPrintable(written));
 }
 
 void TestBridge::linkRouting_data()
