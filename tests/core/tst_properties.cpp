@@ -57,8 +57,6 @@ void TestProperties::osVersion_data()
     QTest::newRow("8 proper") << eight << "Microsoft Windows [Version 6.2.9200]" << "WIN8-pc";
     QTest::newRow("blanks folded before the search") << eight << "Microsoft  Windows\r\n[Version\t\t10.0.1]"
                                                      << "WIN10-pc";
-    << "WIN8-pc";
-    << "WIN8-pc";
     // Not found is index -1: the text from index 7 on stands, less its last character.
     QTest::newRow("search is case-sensitive") << eight << "Microsoft Windows [version 10.0.1]" << "WIN8-pc";
     QTest::newRow("not found, number at index 7") << eight << "output 10.0.17763]" << "WIN10-pc";
