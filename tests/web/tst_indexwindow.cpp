@@ -188,12 +188,6 @@ void TestIndexWindow::pageCalls_data()
     const QString none = QStringLiteral("ok:undefined:undefined");
     QTest::newRow("build version") << "qtIndexWindow.getApplicationProperty('version')" << "ok:string:2.89"
                                    << QStringList();
-    QTest::newRow("property keys are case-sensitive") << "qtIndexWindow.getApplicationProperty('Version')"
-                                                      << "ok:string:" << QStringList();
-    // Calls the bridge can't convert aren't entered; the page sees an error.
-    QTest::newRow("missing sign-in flag") << "qtIndexWindow.updateClientLoginStateForMenuItems()" << "error"
-                                          << QStringList();
-    QTest::newRow("unknown slot") << "qtIndexWindow.noSuchSlot()" << "error" << QStringList();
     QTest::newRow("google, no label") << "qtIndexWindow.logGoogleAnalyticsEvent('quit-kg-qt')" << none
                                       << QStringList(ga("quit-kg-qt"));
     QTest::newRow("percent markers stay") << "qtIndexWindow.logGoogleAnalyticsEvent('100%-%2-%1', 'k-icon')" << none
@@ -409,8 +403,6 @@ void TestIndexWindow::getSetting_data()
     QTest::newRow("absent gives the default") << QVariant() << "fallback";
     QTest::newRow("stored empty reads as absent") << QVariant(QString("")) << "fallback";
     QTest::newRow("stored zero is a value") << QVariant(QString("0")) << "0";
-    QTest::newRow("stored blank is a value") << QVariant(QString(" ")) << " ";
-    QTest::newRow("native int comes back as text") << QVariant(1366) << "1366";
 }
 
 void TestIndexWindow::getSetting()
