@@ -1,27 +1,16 @@
-// Test-only stand-in for the program's entry: joins the single-instance guard the way start-up does,
-// then, as the first instance, reports on stdout every text it receives.
-//
-//   singleinstance_helper [id] [lifetime-ms]
-//
-// Exits 0 after a running instance took its "Wake up"; otherwise prints "first", then one line
-// "message:<text>" per message, and ends with 0 on the message "quit" or with 3 when its lifetime
-// is up.
-
-#include <QObject>
-#include <QString>
+// Test stand-in for the program's start: joins the single-instance guard as start-up does. A later
+// start exits 0 once the first took its "Wake up"; the first prints "first", then "message:<text>"
+// per message, and exits 0 on "quit" or 3 when its lifetime (argument 2, ms) is up.
 #include <QTextStream>
 #include <QTimer>
-
-#include <cstdio>
-#include <cstdlib>
 
 #include "qtsingleapplication/qtsingleapplication.h"
 
 int main(int argc, char** argv)
 {
     // Read before the application object, which may rewrite argv.
-    const QString id = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("Kestrelgap");
-    const int lifetime = argc > 2 ? std::atoi(argv[2]) : 30000;
+    const QString id = QString::fromLocal8Bit(argv[1]);
+    const int lifetime = QByteArray(argv[2]).toInt();
 
     QtSingleApplication app(id, argc, argv);
     if (app.sendMessage(QStringLiteral("Wake up"), 5000))
@@ -30,12 +19,11 @@ int main(int argc, char** argv)
     QTextStream out(stdout);
     out.setCodec("UTF-8");
     out << "first" << Qt::endl;
-
     QObject::connect(&app, &QtSingleApplication::messageReceived, &app, [&](const QString& text) {
         out << "message:" << text << Qt::endl;
         if (text == QLatin1String("quit"))
             app.exit(0);
     });
-    QTimer::singleShot(lifetime, &app, [&app]() { app.exit(3); });
+    QTimer::singleShot(lifetime, &app, [&app] { app.exit(3); });
     return app.exec();
 }
