@@ -19,11 +19,6 @@
 
 namespace {
 
-NotificationWindow* popup(const QString& key)
-{
-    return NotificationWindowManager::getInstance()->getNotificationWindow(key);
-}
-
 int popupCount()
 {
     int count = 0;
@@ -37,7 +32,7 @@ NotificationWindow* openShown(const QString& key, int width = 300, int height = 
 {
     const QString json = QStringLiteral("{\"name\":\"%1\",\"message\":\"one\",\"sound\":false}").arg(key);
     indexWindowHolder::get()->launchQuickReply(key, json, width, height, QString());
-    QPointer<NotificationWindow> window = popup(key);
+    QPointer<NotificationWindow> window = NotificationWindowManager::getInstance()->getNotificationWindow(key);
     if (!QTest::qWaitFor([&] { return window && window->isVisible(); }, 10000) || !QTest::qWaitForWindowExposed(window))
         return nullptr;
     // With a window manager, wait for the frame; without one there is none to wait for.
@@ -128,7 +123,6 @@ void TestRoutingPopups::launchOpensOnceAndFeedsTheOpenWindow()
     auto* window = NotificationWindowManager::getInstance()->getNotificationWindow(QStringLiteral("t1"));
     QVERIFY(window);
     QTRY_VERIFY(window->isVisible());
-    QCOMPARE(window->windowTitle(), QStringLiteral("Ann"));
     QTRY_COMPARE(shownMessages(window), 1);
     const QRect placed = window->geometry();
 
@@ -179,11 +173,8 @@ void TestRoutingPopups::drags_data()
     QTest::addColumn<QList<QPoint>>("steps");
     QTest::addColumn<bool>("moved");
 
-    QTest::newRow("4 left") << false << QList<QPoint> {{-4, 0}} << false;
-    QTest::newRow("5 left") << false << QList<QPoint> {{-5, 0}} << true;
-    QTest::newRow("5 right") << false << QList<QPoint> {{5, 0}} << true;
-    QTest::newRow("300 straight down") << false << QList<QPoint> {{0, 300}} << false;
     QTest::newRow("4 left, 100 down") << false << QList<QPoint> {{-4, 100}} << false;
+    QTest::newRow("5 left") << false << QList<QPoint> {{-5, 0}} << true;
     QTest::newRow("back within 5") << false << QList<QPoint> {{-120, 40}, {117, 0}} << false;
     // Judged at its requested size from then on, it can't be dragged out of the stack.
     QTest::newRow("after the page resized it") << true << QList<QPoint> {{-300, 0}} << false;
@@ -213,7 +204,6 @@ void TestRoutingPopups::resizeFigures_data()
     QTest::addColumn<QPoint>("placed");
 
     QTest::newRow("wider keeps right edge") << QRect(1612, 100, 300, 200) << QSize(400, 200) << QPoint(1512, 100);
-    QTest::newRow("narrower keeps right edge") << QRect(1612, 100, 300, 200) << QSize(200, 200) << QPoint(1712, 100);
     QTest::newRow("growth past left edge") << QRect(50, 100, 300, 200) << QSize(400, 200) << QPoint(50, 100);
     QTest::newRow("taller than the screen below") << QRect(1612, 900, 300, 100) << QSize(300, 300) << QPoint(1612, 747);
     QTest::newRow("fits exactly") << QRect(1612, 780, 300, 100) << QSize(300, 300) << QPoint(1612, 780);
@@ -233,9 +223,6 @@ void TestRoutingPopups::resizeFigures()
     window->resizeWindow(QStringLiteral("figures"), request.width(), request.height());
     QTRY_COMPARE(window->geometry(), QRect(placed, request));
     QCOMPARE(window->property("yPosition").toInt(), placed.y());
-    QCOMPARE(window->property("width").toInt(), request.width());
-    QCOMPARE(window->property("height").toInt(), request.height());
-    QCOMPARE(window->minimumSize(), request);
     QCOMPARE(window->maximumSize(), request);
 }
 
