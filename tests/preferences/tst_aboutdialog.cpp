@@ -3,7 +3,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 
-#include "../updates/modalanswer.h"
+#include "../updates/standins.h"
 #include "core/windowholders.h"
 #include "httpserver.h"
 #include "preferences/aboutdialog.h"
