@@ -3,49 +3,63 @@
 #include <QApplication>
 #include <QDialog>
 #include <QFile>
-#include <QMetaObject>
+#include <QPointer>
 #include <QPushButton>
-#include <QStringList>
 #include <QTimer>
+
+#include <functional>
 
 #include "httpserver.h"
 #include "platform/fileopener.h"
 #include "platform/updatehandover.h"
 
 // Records what would have been opened or shown, instead of asking the desktop.
-class RecordingFileOpener : public FileOpener
-{
-public:
+struct RecordingFileOpener : FileOpener {
     RecordingFileOpener() { FileOpener::setInstance(this); }
     ~RecordingFileOpener() override { FileOpener::setInstance(nullptr); }
     void openFile(const QString& path) override { opened.append(path); }
     void showInFolder(const QString& path) override { shown.append(path); }
-
-    QStringList opened;
-    QStringList shown;
+    QStringList opened, shown;
 };
 
 // Records the hand-over and the installer as it stood then. The real script would end the process;
 // here the dialog that handed over is closed instead, so the test can go on.
-class RecordingHandOver : public UpdateHandOver
-{
-public:
+struct RecordingHandOver : UpdateHandOver {
     RecordingHandOver() { UpdateHandOver::setInstance(this); }
     ~RecordingHandOver() override { UpdateHandOver::setInstance(nullptr); }
-    void start(QObject* owner, const QString& programFolder, const QString& pid, const QString& installer,
-        const QString& volume) override
+    void start(QObject* owner, const QString& folder, const QString& pid, const QString& installer, const QString& volume) override
     {
-        arguments = QStringList { programFolder, pid, installer, volume };
+        arguments = QStringList { folder, pid, installer, volume };
         QFile file(installer);
         if (file.open(QIODevice::ReadOnly))
             installerContent = file.readAll();
-        ++count;
         QMetaObject::invokeMethod(owner, "reject", Qt::QueuedConnection);
     }
-
-    int count = 0;
     QStringList arguments;
     QByteArray installerContent;
+};
+
+// Answers each new visible modal dialog of one type, from inside its own event loop. Lives for one test.
+template <typename Dialog>
+class ModalAnswer
+{
+public:
+    explicit ModalAnswer(std::function<void(Dialog*)> answer)
+    {
+        QObject::connect(&mPoll, &QTimer::timeout, [this, answer] {
+            auto* dialog = qobject_cast<Dialog*>(QApplication::activeModalWidget());
+            if (!dialog || !dialog->isVisible() || mSeen.contains(dialog))
+                return;
+            mSeen.append(dialog);
+            answer(dialog);
+        });
+        mPoll.start(10);
+    }
+    int count() const { return mSeen.size(); }
+
+private:
+    QTimer mPoll;
+    QList<QPointer<QWidget>> mSeen;
 };
 
 namespace Replies {
@@ -67,6 +81,12 @@ inline HttpServer::Reply status(int code)
 {
     HttpServer::Reply reply = whole("failed");
     reply.status = code;
+    return reply;
+}
+inline HttpServer::Reply cutShort(const QByteArray& body, int bytes)
+{
+    HttpServer::Reply reply = whole(body);
+    reply.dropAfterBodyBytes = bytes;
     return reply;
 }
 inline HttpServer::Reply stall()

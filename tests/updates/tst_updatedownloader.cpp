@@ -5,7 +5,6 @@
 #include <QProgressBar>
 #include <QStandardPaths>
 
-#include "modalanswer.h"
 #include "standins.h"
 #include "updates/confirmdownloadupdate.h"
 #include "updates/downloadwatchdog.h"
@@ -26,12 +25,10 @@ class TestUpdateDownloader : public QObject
 private slots:
     void initTestCase() { QVERIFY(mServer.listen()); }
     void init();
-    void cleanup() { DownloadWatchdog::setIntervalMsForTests(0); }
     void outcome_data();
     void outcome();
     void yesInThePromptDownloadsAndHandsOver();
     void cancelRemovesThePartialFile();
-    void watchdogGivesUpAfterFourSeconds();
 
 private:
     // Runs a download to its end, answering any error box.
@@ -73,20 +70,15 @@ void TestUpdateDownloader::outcome_data()
     // The watchdog goes on firing once bytes flow, and must do nothing then.
     QTest::newRow("no length, slowly") << "/dl/setup.run" << slowly(body, 5000, 120, false) << whole(body)
                                        << "setup.run" << "setup";
-    QTest::newRow("blanks leave the name") << "/dl/Kestrelgap%20Setup%202.90.run" << whole(body) << whole(body)
-                                           << "KestrelgapSetup2.90.run" << "KestrelgapSetup2.90";
-    QTest::newRow("underscores leave the volume") << "/dl/kestrel_gap_2.90.run" << whole(body) << whole(body)
-                                                  << "kestrel_gap_2.90.run" << "kestrelgap2.90";
-    QTest::newRow("no dot: the volume is the name") << "/dl/kestrel_setup" << whole(body) << whole(body)
-                                                    << "kestrel_setup" << "kestrelsetup";
+    QTest::newRow("blanks leave the name, underscores the volume") << "/dl/Kestrel%20gap_2.90.run" << whole(body)
+                                                                   << whole(body) << "Kestrelgap_2.90.run" << "Kestrelgap2.90";
     QTest::newRow("path ending in a slash") << "/dl/" << whole(body) << whole(body) << "download" << "download";
     // A stall's abort spends the one retry inside the cancel; the box follows at once.
     QTest::newRow("stall, then success") << "/dl/setup.run" << stall() << whole(body) << QString() << QString();
     // The retry a failure starts is dropped with the failed reply; the watchdog then reports.
-    QTest::newRow("error, then success") << "/dl/setup.run" << status(500) << afterRoundTrip(whole(body)) << QString()
-                                         << QString();
-    QTest::newRow("two failures") << "/dl/setup.run" << status(404) << afterRoundTrip(status(404)) << QString()
-                                  << QString();
+    QTest::newRow("error, then success") << "/dl/setup.run" << status(500) << afterRoundTrip(whole(body)) << QString() << QString();
+    QTest::newRow("cut short") << "/dl/setup.run" << cutShort(body, 10000) << afterRoundTrip(cutShort(body, 10000))
+                               << QString() << QString();
 }
 
 void TestUpdateDownloader::outcome()
@@ -109,33 +101,27 @@ void TestUpdateDownloader::outcome()
 
     if (fileName.isEmpty()) {
         QCOMPARE(mBoxTexts, QStringList { QStringLiteral("Error downloading update.") });
-        QCOMPARE(handOver.count, 0);
+        QVERIFY(handOver.arguments.isEmpty());
         QVERIFY(QDir(downloadFolder()).entryList(QDir::Files).isEmpty());
         return;
     }
     QVERIFY(mBoxTexts.isEmpty());
-    QCOMPARE(handOver.arguments,
-        QStringList({ QCoreApplication::applicationDirPath(), QString::number(QCoreApplication::applicationPid()),
-            downloadFolder() + QLatin1Char('/') + fileName, volume }));
+    QCOMPARE(handOver.arguments, QStringList({ QCoreApplication::applicationDirPath(),
+        QString::number(QCoreApplication::applicationPid()), downloadFolder() + '/' + fileName, volume }));
     QCOMPARE(handOver.installerContent, first.body);
     QCOMPARE(highest, 100);
     QCOMPARE(bar->maximum(), 0); // busy while the script takes over
-    QCOMPARE(dialog.findChild<QLabel*>(QStringLiteral("update_download_label"))->text(), QStringLiteral("Installing..."));
 }
 
 void TestUpdateDownloader::yesInThePromptDownloadsAndHandsOver()
 {
     mServer.serve(QStringLiteral("/dl/Kestrelgap%20Setup.run"), "installer");
     RecordingHandOver handOver;
-    ModalAnswer<ConfirmDownloadUpdate> yes([](ConfirmDownloadUpdate* prompt) {
-        buttonWithText(prompt, QStringLiteral("Yes"))->click();
-    });
+    ModalAnswer<ConfirmDownloadUpdate> yes([](ConfirmDownloadUpdate* prompt) { buttonWithText(prompt, "Yes")->click(); });
     ConfirmDownloadUpdate prompt;
     // As published, blank and all: the address is read tolerantly.
     prompt.setDownloadUrl(mServer.url(QStringLiteral("/dl/")).toString() + QStringLiteral("Kestrelgap Setup.run"));
     QVERIFY(runModal([&] { prompt.exec(); }));
-
-    QCOMPARE(yes.count(), 1);
     QCOMPARE(handOver.arguments.value(2), downloadFolder() + QStringLiteral("/KestrelgapSetup.run"));
     QCOMPARE(handOver.installerContent, QByteArray("installer"));
 }
@@ -151,24 +137,9 @@ void TestUpdateDownloader::cancelRemovesThePartialFile()
     });
     UpdateDownloaderDialog dialog;
     run(dialog, QStringLiteral("/dl/cancelled.run"));
-
     QCOMPARE(cancel.count(), 1);
     QVERIFY(!QFile::exists(installer));
-    QCOMPARE(handOver.count, 0);
-}
-
-void TestUpdateDownloader::watchdogGivesUpAfterFourSeconds()
-{
-    DownloadWatchdog::setIntervalMsForTests(0);
-    mServer.serveStall(QStringLiteral("/dl/stalled.run"));
-    QElapsedTimer clock;
-    clock.start();
-    UpdateDownloaderDialog dialog;
-    run(dialog, QStringLiteral("/dl/stalled.run"));
-
-    // Coarse timers may fire up to 5 % early.
-    QVERIFY2(clock.elapsed() >= 3800, qPrintable(QString::number(clock.elapsed())));
-    QCOMPARE(mBoxTexts.size(), 1);
+    QVERIFY(handOver.arguments.isEmpty());
 }
 
 QTEST_MAIN(TestUpdateDownloader)
