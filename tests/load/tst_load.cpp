@@ -91,7 +91,7 @@ double perOperation(qint64 beforeKb, qint64 afterKb, int operations)
 void printGrowth(const char* what, const Memory& before, const Memory& after, int operations, qint64 elapsedMs)
 {
     // Straight to the output: the program's logger takes over Qt's message handler.
-    printf("%s: %d in %lld ms; RSS %lld -> %lld KiB (%.0f bytes each), PSS %lld -> %lld KiB (%.0f bytes each)", what,
+    printf("%s: %d in %lld ms; RSS %lld -> %lld KiB (%.0f bytes each), PSS %lld -> %lld KiB (%.0f bytes each)\n", what,
         operations, elapsedMs, before.rssKb, after.rssKb, perOperation(before.rssKb, after.rssKb, operations),
         before.pssKb, after.pssKb, perOperation(before.pssKb, after.pssKb, operations));
     fflush(stdout);
