@@ -168,8 +168,28 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
 
 void MediaDownloaderDialog::downloadReadyRead()
 {
-    if (mCurrentDownload)
-        mOutput.write(mCurrentDownload->readAll());
+    if (!mCurrentDownload)
+        return;
+    const QByteArray chunk = mCurrentDownload->readAll();
+    if (mOutput.write(chunk) != chunk.size())
+        abandonUnwritableFile();
+}
+
+void MediaDownloaderDialog::abandonUnwritableFile()
+{
+    Logger::Error(logModule, QStringLiteral("[abandonUnwritableFile] - cannot write ") + mMediaDownloadedPath
+            + QStringLiteral(": ") + mOutput.errorString());
+    // A full or failing disk does not recover within a retry's few seconds, and a cut file must not
+    // be offered as the picture: the attempt ends here, with the error box.
+    timer->stop();
+    if (mCurrentDownload) {
+        disconnect(mCurrentDownload, nullptr, this, nullptr);
+        mCurrentDownload->abort();
+        mCurrentDownload->deleteLater();
+    }
+    mOutput.close();
+    mOutput.remove();
+    QMetaObject::invokeMethod(this, &MediaDownloaderDialog::displayDownloadError, Qt::QueuedConnection);
 }
 
 void MediaDownloaderDialog::downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal)
@@ -247,11 +267,17 @@ void MediaDownloaderDialog::displayDownloadError()
 void MediaDownloaderDialog::downloadFinished()
 {
     Logger::Info(logModule, QStringLiteral("[downloadFinished] called"));
+    // The last buffered bytes reach the disk only now, so a full disk may first show here.
+    const bool written = !mOutput.isOpen() || mOutput.flush();
     mOutput.close();
     mDownloadCompleted = true;
 
     QNetworkReply* finished = mCurrentDownload;
     const bool failed = !finished || finished->error() != QNetworkReply::NoError;
+    if (!failed && !written) {
+        abandonUnwritableFile();
+        return;
+    }
     if (failed) {
         Logger::Info(logModule, QStringLiteral("[downloadFinished] Failed: ")
                 + (finished ? finished->errorString() : QString()));

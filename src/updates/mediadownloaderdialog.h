@@ -55,6 +55,9 @@ private slots:
     void timeout();
 
 private:
+    // The disk refused the body: ends the attempt, removes the cut file and shows the error box.
+    void abandonUnwritableFile();
+
     QProgressBar* download_progress;
     QLabel* download_label;
     QPushButton* download_cancel;

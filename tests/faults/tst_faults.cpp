@@ -4,7 +4,12 @@
 #include <QtTest>
 
 #include <QGraphicsWebView>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QLabel>
+#include <QMessageBox>
 #include <QNetworkCookie>
+#include <QProgressBar>
 #include <QProcess>
 #include <QSettings>
 #include <QTcpServer>
@@ -22,6 +27,9 @@
 #include "desktop/mainwindow.h"
 #include "httpserver.h"
 #include "stagedfolder.h"
+#include "../updates/modalanswer.h"
+#include "../updates/standins.h"
+#include "updates/mediadownloaderdialog.h"
 #include "web/cookiejar.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
@@ -85,6 +93,13 @@ bool writeFile(const QString& path, const QByteArray& content)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size();
 }
 
+// A script string literal holding `text`.
+QString scriptString(const QString& text)
+{
+    const QString array = QString::fromUtf8(QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact));
+    return array.mid(1, array.size() - 2);
+}
+
 QNetworkCookie persistentCookie(const QByteArray& name, const QByteArray& value)
 {
     QNetworkCookie cookie(name, value);
@@ -120,14 +135,15 @@ QStringList cookiesOnNextStart()
 class DataMount
 {
 public:
-    bool mountFresh()
+    bool mountFresh() { return mountAt(appDataFolder()) && QDir().mkpath(QFileInfo(cookieFile()).absolutePath()); }
+    bool mountAt(const QString& path)
     {
-        mPath = appDataFolder();
+        mPath = path;
         QDir().mkpath(mPath);
         if (mount("tmpfs", QFile::encodeName(mPath).constData(), "tmpfs", 0, "size=256k,mode=0700") != 0)
             return false;
         mMounted = true;
-        return QDir().mkpath(QFileInfo(cookieFile()).absolutePath());
+        return true;
     }
     bool setReadOnly(bool readOnly)
     {
@@ -173,6 +189,8 @@ private slots:
     void missingPageFolderIsShownInTheView();
     void killDuringCookieSavesLeavesReadableFile();
     void startPageRetriesUntilServiceAnswers();
+    void downloadFolderFault_data();
+    void downloadFolderFault();
 
 private:
     QTemporaryDir mTemp;
@@ -377,6 +395,95 @@ void TestFaults::startPageRetriesUntilServiceAnswers()
     service.serve(QStringLiteral("/prod-assets/desktop-client/versioncheck.json"), "{}", "application/json");
     service.serve(QStringLiteral("/signin"), "<html><body>sign in</body></html>", "text/html");
     QTRY_VERIFY_WITH_TIMEOUT(frame->url().path() == QLatin1String("/signin"), 40000);
+}
+
+void TestFaults::downloadFolderFault_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<bool>("openFile");
+    QTest::addColumn<QString>("earlierFile"); // already in the folder, and must stay as it was
+    QTest::addColumn<bool>("errorBox");       // false: the dialog waits at 0 until the user cancels
+
+    QTest::newRow("read-only, same name there") << "read-only" << false << "photo.png" << false;
+    QTest::newRow("missing, parent read-only") << "missing" << true << "photo.png" << false;
+    QTest::newRow("fills up, offered when done") << "full" << false << "older.png" << true;
+    QTest::newRow("fills up, opened when done") << "full" << true << "older.png" << true;
+}
+
+void TestFaults::downloadFolderFault()
+{
+    QFETCH(QString, fault);
+    QFETCH(bool, openFile);
+    QFETCH(QString, earlierFile);
+    QFETCH(bool, errorBox);
+    if (!mountsAvailable)
+        QSKIP("no private mount namespace here (unshare refused)");
+
+    const QString mountPoint = mTemp.filePath(QStringLiteral("downloads"));
+    DataMount mount;
+    QVERIFY(mount.mountAt(mountPoint));
+    const QByteArray earlier("the picture saved last week");
+    QVERIFY(writeFile(mountPoint + QLatin1Char('/') + earlierFile, earlier));
+    const QString folder = fault == QLatin1String("missing") ? mountPoint + QStringLiteral("/new/folder") : mountPoint;
+    if (fault != QLatin1String("full"))
+        QVERIFY(mount.setReadOnly(true));
+
+    // Four times the whole file system.
+    QByteArray body(1024 * 1024, '\0');
+    for (int i = 0; i < body.size(); ++i)
+        body[i] = char(i * 131);
+    HttpServer server;
+    QVERIFY(server.listen());
+    server.serve(QStringLiteral("/media/photo.png"), body, "image/png");
+
+    // The page's own download path: the bridge call, with the folder the user chose there.
+    IndexWindow window;
+    indexWindowHolder::set(&window);
+    QWebFrame* frame = window.webView()->page()->mainFrame();
+    QSignalSpy loaded(window.webView()->page(), &QWebPage::loadFinished);
+    frame->setHtml(QStringLiteral("<html><body>messages</body></html>"), server.url(QStringLiteral("/")));
+    QTRY_VERIFY_WITH_TIMEOUT(!loaded.isEmpty(), 10000);
+    frame->evaluateJavaScript(QStringLiteral("qtIndexWindow.setDefaultDownloadLocationSetting(%1)").arg(scriptString(folder)));
+    RecordingFileOpener opener;
+
+    QStringList boxes;
+    ModalAnswer<QMessageBox> box([&boxes](QMessageBox* message) {
+        boxes << message->text();
+        message->accept();
+    });
+    bool offeredAsDone = false;
+    ModalAnswer<MediaDownloaderDialog> user([&](MediaDownloaderDialog* dialog) {
+        auto* done = dialog->findChild<QLabel*>(QStringLiteral("download_complete"));
+        QTimer* watch = new QTimer(dialog);
+        connect(watch, &QTimer::timeout, dialog, [&offeredAsDone, done] { offeredAsDone |= done->isVisible(); });
+        watch->start(5);
+        if (errorBox)
+            return;
+        // Nothing can be written, so nothing is fetched: the bar stands at 0 until the user gives up.
+        QCOMPARE(dialog->findChild<QProgressBar*>(QStringLiteral("download_progress"))->value(), 0);
+        dialog->findChild<QPushButton*>(QStringLiteral("download_cancel"))->click();
+    });
+    const bool ended = runModal([&] {
+        frame->evaluateJavaScript(QStringLiteral("qtIndexWindow.downloadFile(%1, 'image/png', 'photo.png', %2, %3)")
+                                      .arg(scriptString(server.url(QStringLiteral("/media/photo.png")).toString()))
+                                      .arg(body.size())
+                                      .arg(openFile ? QStringLiteral("true") : QStringLiteral("false")));
+    });
+
+    QVERIFY2(ended, "the download dialog did not end");
+    QCOMPARE(user.count(), 1);
+    QCOMPARE(boxes, errorBox ? QStringList{QStringLiteral("Error downloading update.")} : QStringList());
+    QVERIFY(!offeredAsDone);
+    QVERIFY(opener.opened.isEmpty() && opener.shown.isEmpty());
+    // What was in the folder stays whole; no cut copy of the download is left behind.
+    QCOMPARE(QDir(mountPoint).entryList(QDir::Files), QStringList{earlierFile});
+    QCOMPARE(readFile(mountPoint + QLatin1Char('/') + earlierFile), earlier);
+    if (!errorBox)
+        QVERIFY(server.requestsFor(QStringLiteral("/media/photo.png")).isEmpty());
+
+    // The page goes on working.
+    QCOMPARE(frame->evaluateJavaScript(QStringLiteral("qtIndexWindow.getDefaultDownloadLocationSetting()")).toString(), folder);
+    indexWindowHolder::set(nullptr);
 }
 
 QTEST_MAIN(TestFaults)
