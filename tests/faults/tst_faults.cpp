@@ -27,7 +27,6 @@
 #include "desktop/mainwindow.h"
 #include "httpserver.h"
 #include "stagedfolder.h"
-#include "../updates/modalanswer.h"
 #include "../updates/standins.h"
 #include "updates/mediadownloaderdialog.h"
 #include "web/cookiejar.h"
