@@ -8,6 +8,7 @@
 #include <QIcon>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QPointer>
 #include <QProcess>
 #include <QSettings>
 #include <QShortcut>
@@ -31,8 +32,9 @@ const QString logModule = QStringLiteral("notificationwindow");
 const QString pageLogModule = QStringLiteral("notificationhtml");
 
 // One of each for the whole program; each new timer replaces the pointer, its window still owns it.
-QTimer* delayedDisplayTimer = nullptr;
-QTimer* tabFinishedTimer = nullptr;
+// Guarded: the page of a later popup may call the slots that stop them after that window has gone.
+QPointer<QTimer> delayedDisplayTimer;
+QPointer<QTimer> tabFinishedTimer;
 }
 
 NotificationWindow::NotificationWindow(QWidget* parent, bool /*unused*/)

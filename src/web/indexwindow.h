@@ -33,6 +33,10 @@ public:
 
     static QString startPagePath();
 
+    // The text the page hands to showNotification as the balloon will show it: the page may send
+    // it URL-encoded, and more than two percent signs say it did.
+    static QString decodeNotificationText(QString text);
+
     void removeCachedFiles(QNetworkDiskCache* cache);
 
 public slots:

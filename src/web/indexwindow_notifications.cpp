@@ -29,6 +29,23 @@ const QString logModule = QStringLiteral("indexwindow");
 const QString labelLogModule = QStringLiteral("settingsdialog");
 const char jsonProperty[] = "json";
 
+bool isHexDigit(QChar c)
+{
+    return (c >= QLatin1Char('0') && c <= QLatin1Char('9')) || (c >= QLatin1Char('a') && c <= QLatin1Char('f'))
+        || (c >= QLatin1Char('A') && c <= QLatin1Char('F'));
+}
+
+// A sign that starts no escape ("10% off") means the text was never encoded: it is shown as sent,
+// pluses and all.
+bool hasStrayPercentSign(const QString& text)
+{
+    for (int i = text.indexOf(QLatin1Char('%')); i >= 0; i = text.indexOf(QLatin1Char('%'), i + 1)) {
+        if (i + 2 >= text.size() || !isHexDigit(text.at(i + 1)) || !isHexDigit(text.at(i + 2)))
+            return true;
+    }
+    return false;
+}
+
 QString soundFileForLabel(const QString& label)
 {
     // Exact and case-sensitive: the dialog's display names ("Ping") are not labels.
@@ -74,17 +91,23 @@ void IndexWindow::showNotification(
     QString json, QString title, QString text, bool launchOnClick, bool showReplyButton, QString contactImage)
 {
     Logger::Info(logModule, QStringLiteral("[showNotification] text=") + text);
-    // One or two signs are an ordinary text that speaks of percentages; more mean the page sent it encoded.
-    if (text.count(QLatin1Char('%')) > 2) {
-        text.replace(QStringLiteral("+"), QStringLiteral("%20"));
-        text = QUrl::fromEncoded(text.toUtf8(), QUrl::TolerantMode).toString();
-        text = QUrl::fromPercentEncoding(text.toUtf8());
-    }
+    text = decodeNotificationText(text);
     // The earlier one stays alive as a child of this window.
     notificator = new Notificator(QCoreApplication::applicationName(), json, nativeNotificationTrayIcon, this);
     const QIcon icon(QStringLiteral("kestrelgap.iconset/icon_16x16.png"));
     notificator->notify(Notificator::Information, json, title, text, icon, launchOnClick, showReplyButton, contactImage,
         30000);
+}
+
+QString IndexWindow::decodeNotificationText(QString text)
+{
+    // One or two signs are an ordinary text that speaks of percentages; more mean the page sent it encoded.
+    if (text.count(QLatin1Char('%')) <= 2 || hasStrayPercentSign(text))
+        return text;
+    // Decoded as a whole, never parsed as an address: read as one, a message with a colon in its
+    // first words came out empty, and one that began like an address had that part lower-cased.
+    text.replace(QLatin1Char('+'), QStringLiteral("%20"));
+    return QUrl::fromPercentEncoding(text.toUtf8());
 }
 
 void IndexWindow::setJsonForWindows(QString json)

@@ -289,6 +289,13 @@ void TestTray::balloonText_data()
     QTest::addColumn<QString>("shown");
     QTest::newRow("three signs decode") << "caf%C3%A9+%26+cr%C3%A8me%20" << false << "caf\u00e9 & cr\u00e8me ";
     QTest::newRow("two signs stay") << "a+b%20c%20" << false << "a+b%20c%20";
+    QTest::newRow("percentages") << "Battery 15% (was 20%)" << false << "Battery 15% (was 20%)";
+    QTest::newRow("plain, colon in the first words") << "Big sale: 10%, 20%, 30% off" << false
+                                                     << "Big sale: 10%, 20%, 30% off";
+    QTest::newRow("plain, plus beside stray signs") << "1+1 is 2, 100% 200% 300%" << false << "1+1 is 2, 100% 200% 300%";
+    QTest::newRow("encoded, colon in the first words") << "See you at 5:30%21%21%21" << false << "See you at 5:30!!!";
+    QTest::newRow("encoded, word before a colon keeps its case") << "Sale: 10%25 20%25 30%25" << false
+                                                                 << "Sale: 10% 20% 30%";
     QTest::newRow("markup service") << "<b>5 > 3 & 1</b>" << true << "&lt;b&gt;5 &gt; 3 &amp; 1&lt;/b&gt;";
 }
 
