@@ -159,7 +159,14 @@ void TestDesktopFaults::trayQuitsWithPageFolderMissing()
     const QRect iconPlace = geometry(icon);
     QVERIFY2(iconPlace.width() >= 16 && iconPlace.height() >= 16, "the tray shows no icon of the program");
 
-    QSet<qulonglong> known = visibleWindows();
+    // The main window may still be on its way; a window that shows now must not pass for the menu.
+    QSet<qulonglong> known;
+    QTRY_VERIFY_WITH_TIMEOUT([&] {
+        const QSet<qulonglong> before = visibleWindows();
+        QTest::qWait(500);
+        known = visibleWindows();
+        return known == before && known.size() >= 2;
+    }(), waitMs);
     xdotool({QStringLiteral("mousemove"), QStringLiteral("--sync"), QString::number(iconPlace.center().x()),
         QString::number(iconPlace.center().y()), QStringLiteral("click"), QString::number(button)});
     const qulonglong menu = newWindow(known);
