@@ -172,8 +172,15 @@ void TestDesktopFaults::trayQuitsWithPageFolderMissing()
     const qulonglong menu = newWindow(known);
     QVERIFY2(menu != 0, "no menu opened at the tray icon");
 
-    // "Quit Kestrelgap" is the menu's last entry whatever else it holds.
-    const QRect menuPlace = geometry(menu);
+    // "Quit Kestrelgap" is the menu's last entry whatever else it holds. A slow program may still
+    // be sizing and placing the menu; it is clicked once it holds still.
+    QRect menuPlace;
+    QTRY_VERIFY_WITH_TIMEOUT([&] {
+        const QRect before = geometry(menu);
+        QTest::qWait(300);
+        menuPlace = geometry(menu);
+        return menuPlace == before && menuPlace.height() > 40;
+    }(), waitMs);
     known = visibleWindows();
     xdotool({QStringLiteral("mousemove"), QStringLiteral("--sync"), QString::number(menuPlace.center().x()),
         QString::number(menuPlace.bottom() - 10), QStringLiteral("click"), QStringLiteral("1")});
