@@ -38,7 +38,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION "net")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_STRIP_FILES ON)
-# Loaded at run time, so the library scan can't see them: sounds, translations, the tray's icons.
+# Loaded at run time, so the library scan can't see them: sounds, translations, the tray's icons;
+# xdg-open for Open, Show in Folder and Open Log.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS
-    "libqt5multimedia5-plugins, gstreamer1.0-plugins-base, qttranslations5-l10n, libqt5svg5")
+    "libqt5multimedia5-plugins, gstreamer1.0-plugins-base, qttranslations5-l10n, libqt5svg5, xdg-utils")
 include(CPack)

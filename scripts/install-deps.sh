@@ -32,6 +32,7 @@ dbus
 dbus-x11
 python3
 openssl
+curl
 gstreamer1.0-plugins-base
 "
 

@@ -4,6 +4,7 @@
 #include <QDateTime>
 #include <QGraphicsWebView>
 #include <QIcon>
+#include <QSocketNotifier>
 #include <QThread>
 #include <QWebInspector>
 #include <QWebPage>
@@ -24,9 +25,26 @@
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
 
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace {
 const QString logModule = QStringLiteral("main");
 const char extraArgumentText[] = "-platform windows:dipawareness=0";
+
+int signalPipe[2] = { -1, -1 };
+
+void onEndSignal(int)
+{
+    // Only async-signal-safe calls here; the GUI thread does the rest.
+    const int saved = errno;
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[0], &byte, 1);
+    errno = saved;
+}
 
 QString joined(int argc, char** argv)
 {
@@ -82,6 +100,53 @@ void Startup::showTrayIcon(bool firstLaunch)
         AutomaticStartup::setAutomaticStartup();
 }
 
+bool Startup::choosePlatform()
+{
+    // Windows are placed by absolute coordinates and popups stack by them, which a Wayland client
+    // can't do: on a Wayland session the program runs on XWayland. A platform chosen on purpose
+    // for a run without a display (offscreen, minimal) is kept.
+    const QByteArray chosen = qgetenv("QT_QPA_PLATFORM");
+    if (!chosen.isEmpty() && !chosen.startsWith("wayland"))
+        return false;
+    qputenv("QT_QPA_PLATFORM", "xcb");
+    return true;
+}
+
+void Startup::restorePlatformChoice(bool chosenHere, const QByteArray& before)
+{
+    // Programs we start (xdg-open and what it opens) choose for themselves.
+    if (!chosenHere)
+        return;
+    if (before.isNull())
+        qunsetenv("QT_QPA_PLATFORM");
+    else
+        qputenv("QT_QPA_PLATFORM", before);
+}
+
+void Startup::quitOnEndSignals()
+{
+    // The session ends a tray program by SIGTERM or SIGHUP: leave as the user's Quit does, without
+    // asking, so that what waits to be saved (the cookie jar's delayed save) is saved.
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, signalPipe) != 0) {
+        Logger::Warn(logModule, QStringLiteral("[main] - no pipe for end signals"));
+        return;
+    }
+    auto* notifier = new QSocketNotifier(signalPipe[1], QSocketNotifier::Read, qApp);
+    QObject::connect(notifier, &QSocketNotifier::activated, notifier, [] {
+        char bytes[16];
+        while (::read(signalPipe[1], bytes, sizeof bytes) > 0) { }
+        Logger::Info(logModule, QStringLiteral("[main] - end signal, quitting"));
+        WinMenuBarIcon::getInstance(nullptr)->hide();
+        QCoreApplication::quit();
+    });
+    struct sigaction action {};
+    action.sa_handler = onEndSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGHUP, &action, nullptr);
+}
+
 void Startup::showHackWindow()
 {
     NotificationWindowManager::getInstance()->getHackWindow()->showNormal();
@@ -99,7 +164,11 @@ int Startup::run(int argc, char** argv)
     // Everything paints in software; without this the xcb plug-in loads its GL integration (Mesa's
     // software GL where there is no GPU), some 50 MB resident that nothing here uses.
     QCoreApplication::setAttribute(Qt::AA_ForceRasterWidgets);
+    const QByteArray platformBefore
+        = qEnvironmentVariableIsSet("QT_QPA_PLATFORM") ? qgetenv("QT_QPA_PLATFORM") : QByteArray();
+    const bool platformChosen = choosePlatform();
     auto* app = new QtSingleApplication(QStringLiteral("Kestrelgap"), newArgc, newArgv);
+    restorePlatformChoice(platformChosen, platformBefore);
     if (app->sendMessage(QStringLiteral("Wake up"), 5000)) {
         delete app;
         return 0;
@@ -149,6 +218,7 @@ int Startup::run(int argc, char** argv)
 
         QObject::connect(app, SIGNAL(messageReceived(const QString&)), &mainWindow, SLOT(messageReceived(const QString&)));
         QObject::connect(app, SIGNAL(aboutToQuit()), &mainWindow, SLOT(aboutToQuit()));
+        quitOnEndSignals();
 
         docleanup();
         indexWindow->setSetting(QStringLiteral("ts-last-launch"), QDateTime::currentDateTime().toString(Qt::TextDate));

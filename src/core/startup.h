@@ -22,8 +22,14 @@ public:
 
     static int run(int argc, char** argv);
 
+    // Makes the application object use the X11 platform unless a platform without a display was
+    // chosen; true when it changed the environment.
+    static bool choosePlatform();
+    static void restorePlatformChoice(bool chosenHere, const QByteArray& before);
+
 private:
     static void setUpTextCipher();
+    static void quitOnEndSignals();
     static void showTrayIcon(bool firstLaunch);
     static void showHackWindow();
 };

@@ -1,7 +1,11 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QMargins>
+#include <QRect>
 #include <QTranslator>
+
+#include <functional>
 
 class IndexWindow;
 class QAction;
@@ -23,6 +27,13 @@ public:
 
     // Screen-dependent zoom: the larger of 1:1 and the fit to a 1366x768 reference, to one decimal.
     static double computeOsScaleFactor(double originalScaleFactor, int screenWidth, int screenHeight);
+
+    // The frames of the two shapes, from the screen, its work area (the screen less the panels) and
+    // the window manager's frame margins. Where the work area is the whole screen the client area has
+    // the reference figures exactly; where panels take part of it, the whole frame, title bar
+    // included, keeps inside the work area.
+    static QRect loginFrame(const QRect& screen, const QRect& workArea, const QMargins& frame, double scaleFactor);
+    static QRect messengerFrame(const QRect& screen, const QRect& workArea, const QMargins& frame, double osScaleFactor);
 
     static constexpr double refWidth = 1366.0;
     static constexpr double refHeight = 768.0;
@@ -74,6 +85,10 @@ private:
     void installTranslators(QSettings& settings);
     void loadTranslators(const QString& languageCode);
     void animateGeometryTo(const QRect& target);
+    using FrameRule = std::function<QRect(const QRect& screen, const QRect& workArea, const QMargins& frame)>;
+    // Sets the client area for the rule's frame; once more when the manager's frame first shows up.
+    QRect placeByRule(const FrameRule& rule, bool runAnimation);
+    QMargins frameMargins() const;
     void startDelayedStateSwitch(const char* slot);
     void setLoggedInMenuOptionsEnabled(bool enabled);
     QWidget* activeNotificationWindow() const;
@@ -98,6 +113,7 @@ private:
     double originalScaleFactor;
     double scaleFactor;
     double osScaleFactor;
+    FrameRule mPendingRule;
     QTranslator mQtTranslator;
     QTranslator mAppTranslator;
 };

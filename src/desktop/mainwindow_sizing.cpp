@@ -10,6 +10,7 @@
 #include <QScreen>
 #include <QSettings>
 #include <QTimer>
+#include <QElapsedTimer>
 #include <cmath>
 
 #include "core/logger.h"
@@ -35,6 +36,104 @@ QRect primaryScreenGeometry()
     QScreen* screen = QGuiApplication::primaryScreen();
     return screen ? screen->geometry() : QRect();
 }
+
+QRect primaryWorkArea()
+{
+    QScreen* screen = QGuiApplication::primaryScreen();
+    return screen ? screen->availableGeometry() : QRect();
+}
+
+// A window manager frames a new window a moment after it maps.
+const int frameWaitMs = 3000;
+const int frameCheckMs = 25;
+}
+
+QRect MainWindow::loginFrame(const QRect& screen, const QRect& workArea, const QMargins& frame, double scaleFactor)
+{
+    const int width = int(scaleFactor * 600.0);
+    const int height = int(scaleFactor * 610.0);
+    if (workArea == screen) {
+        const QRect client(screen.x() + (screen.width() - width) / 2, screen.y() + (screen.height() - height) / 2,
+            width, height);
+        return client.marginsAdded(frame);
+    }
+    const QSize size = QSize(width + frame.left() + frame.right(), height + frame.top() + frame.bottom())
+                           .boundedTo(workArea.size());
+    return QRect(workArea.x() + (workArea.width() - size.width()) / 2,
+        workArea.y() + (workArea.height() - size.height()) / 2, size.width(), size.height());
+}
+
+QRect MainWindow::messengerFrame(const QRect& screen, const QRect& workArea, const QMargins& frame, double osScaleFactor)
+{
+    const int sideMargin = int(12.0 * osScaleFactor);
+    const int topMargin = int(33.0 * osScaleFactor);
+    int width = int(osScaleFactor * 1366.0);
+    int height = int(osScaleFactor * 768.0);
+    const bool panels = workArea != screen;
+    // With panels it is the frame that must fit, in the work area.
+    const QRect area = panels ? workArea : screen;
+    if (panels) {
+        width += frame.left() + frame.right();
+        height += frame.top() + frame.bottom();
+    }
+    int x = (area.width() - width) / 2;
+    if (width > area.width()) {
+        x = sideMargin;
+        width = area.width() - 2 * x;
+    }
+    int y = (area.height() - height) / 2;
+    if (height > area.height()) {
+        y = topMargin;
+        // On a bare screen only half the top margin comes off the height, so the foot sits half a
+        // margin low, as it always has; over a panel it stops at the work area.
+        height = area.height() - (panels ? y : y / 2);
+    }
+    const QRect shape(area.x() + x, area.y() + y, width, height);
+    return panels ? shape : shape.marginsAdded(frame);
+}
+
+QMargins MainWindow::frameMargins() const
+{
+    const QRect frame = frameGeometry();
+    const QRect client = geometry();
+    return QMargins(client.left() - frame.left(), client.top() - frame.top(), frame.right() - client.right(),
+        frame.bottom() - client.bottom());
+}
+
+QRect MainWindow::placeByRule(const FrameRule& rule, bool runAnimation)
+{
+    const QRect screen = primaryScreenGeometry();
+    const QRect workArea = primaryWorkArea();
+    const QMargins margins = frameMargins();
+    const QRect client = rule(screen, workArea, margins).marginsRemoved(margins);
+    if (runAnimation)
+        animateGeometryTo(client);
+    else
+        setGeometry(client);
+
+    // Frame margins are known only once the manager has framed the window. Over panels the frame
+    // counts, so the shape is worked out again then. (No manager, no panels, no frame.)
+    mPendingRule = margins.isNull() && workArea != screen ? rule : FrameRule();
+    if (mPendingRule) {
+        auto* poll = new QTimer(this);
+        QElapsedTimer* waited = new QElapsedTimer();
+        waited->start();
+        connect(poll, &QTimer::timeout, this, [this, poll, waited] {
+            const bool framed = !frameMargins().isNull();
+            if (framed && mPendingRule) {
+                const QMargins margins = frameMargins();
+                setGeometry(mPendingRule(primaryScreenGeometry(), primaryWorkArea(), margins).marginsRemoved(margins));
+            }
+            if (framed || !mPendingRule || waited->elapsed() > frameWaitMs) {
+                mPendingRule = FrameRule();
+                delete waited;
+                poll->deleteLater();
+                poll->stop();
+            }
+        });
+        poll->start(frameCheckMs);
+    }
+    return client;
 }
 
 double MainWindow::computeOsScaleFactor(double originalScaleFactor, int screenWidth, int screenHeight)
@@ -167,19 +266,16 @@ void MainWindow::resizeWindowToLoginSize(bool runAnimation)
     Logger::Info(logModule, QStringLiteral("[resizeWindowToLoginSize] ") + QStringLiteral("height=%1").arg(screen.height()));
     Logger::Info(logModule, QStringLiteral("[resizeWindowToLoginSize] ") + QStringLiteral("width=%1").arg(screen.width()));
 
-    const int width = int(scaleFactor * 600.0);
-    const int height = int(scaleFactor * 610.0);
-    const int vx = (screen.width() - width) / 2;
-    const int vy = (screen.height() - height) / 2;
-    Logger::Info(logModule, QStringLiteral("[resizeWindowToLoginSize] - vx=%1, vy=%2, width=%3, height=%4")
-            .arg(vx).arg(vy).arg(width).arg(height));
-
     if (!isVisible())
         show();
-    if (runAnimation)
-        animateGeometryTo(QRect(vx, vy, width, height));
-    else
-        setGeometry(vx, vy, width, height);
+    const double factor = scaleFactor;
+    const QRect client = placeByRule(
+        [factor](const QRect& screen, const QRect& workArea, const QMargins& frame) {
+            return loginFrame(screen, workArea, frame, factor);
+        },
+        runAnimation);
+    Logger::Info(logModule, QStringLiteral("[resizeWindowToLoginSize] - vx=%1, vy=%2, width=%3, height=%4")
+            .arg(client.x()).arg(client.y()).arg(client.width()).arg(client.height()));
 }
 
 void MainWindow::resizeWindowToMessengerSize(bool runAnimation)
@@ -211,36 +307,29 @@ void MainWindow::resizeWindowToMessengerSize(bool runAnimation)
     Logger::Info(logModule, QStringLiteral("[resizeWindowToMessengerSize] - width=%1, height=%2, vx=%3, vy=%4")
             .arg(width).arg(height).arg(vx).arg(vy));
 
+    FrameRule rule;
     if (width == 0 && height == 0 && vx == 0 && vy == 0) {
-        width = int(osScaleFactor * 1366.0);
-        if (width <= screen.width()) {
-            vx = (screen.width() - width) / 2;
-        } else {
-            vx = int(12.0 * osScaleFactor);
-            width = screen.width() - 2 * vx;
-        }
-        height = int(osScaleFactor * 768.0);
-        if (height <= screen.height()) {
-            vy = (screen.height() - height) / 2;
-        } else {
-            // Only half the top margin comes off the height; the foot sits half a margin low on purpose.
-            vy = int(33.0 * osScaleFactor);
-            height = screen.height() - vy / 2;
-        }
+        // Nothing saved: the default shape.
+        const double factor = osScaleFactor;
+        rule = [factor](const QRect& screen, const QRect& workArea, const QMargins& frame) {
+            return messengerFrame(screen, workArea, frame, factor);
+        };
+    } else {
+        const QRect saved(vx, vy, width, height);
+        rule = [saved](const QRect&, const QRect&, const QMargins& frame) { return saved.marginsAdded(frame); };
     }
+    const QMargins margins = frameMargins();
+    const QRect client = rule(screen, primaryWorkArea(), margins).marginsRemoved(margins);
 
     const bool doFullScreen = settings.value(QStringLiteral("mainWindowIsFullScreen")).toBool();
     bool doMaximized = settings.value(QStringLiteral("mainWindowIsMaximized")).toBool();
-    if (vx == 0 && vy == 0 && height == screen.height() && width == screen.width())
+    if (client == QRect(QPoint(0, 0), screen.size()))
         doMaximized = true;
 
     if (!isVisible() && !startHidden)
         show();
-    Logger::Info(logModule, QStringLiteral("[resizeWindowToMessengerSize] - vx=%1, vy=%2").arg(vx).arg(vy));
-    if (runAnimation && !startHidden)
-        animateGeometryTo(QRect(vx, vy, width, height));
-    else
-        setGeometry(vx, vy, width, height);
+    Logger::Info(logModule, QStringLiteral("[resizeWindowToMessengerSize] - vx=%1, vy=%2").arg(client.x()).arg(client.y()));
+    placeByRule(rule, runAnimation && !startHidden);
 
     Logger::Info(logModule, QStringLiteral("[resizeWindowToMessengerSize] - doFullScreen=") + QVariant(doFullScreen).toString());
     if (doFullScreen) {

@@ -30,6 +30,8 @@ public:
                                             "Type=Application\n"
                                             "Name=Kestrelgap\n")
             + QStringLiteral("Exec=") + XdgDesktopEntry::escapeValue(XdgDesktopEntry::execArgument(program.executable))
+            // Once the program is gone the desktop skips the entry rather than failing on it.
+            + QStringLiteral("\nTryExec=") + XdgDesktopEntry::escapeValue(program.executable)
             + QStringLiteral("\nPath=") + XdgDesktopEntry::escapeValue(program.folder)
             + QStringLiteral("\nIcon=") + XdgDesktopEntry::escapeValue(program.icon)
             + QStringLiteral("\nX-GNOME-Autostart-enabled=true\n");

@@ -1,21 +1,25 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QString>
 
 #include <functional>
 
-// A number that sets one user's desktop session apart from another's on the same machine, so that
-// each user gets a first instance of their own.
+// A text that sets one login session apart from another on the same machine, the same user's
+// included, so that each session gets a first instance of its own.
 class SessionId
 {
 public:
-    // False when the platform can't tell; callers then leave the number out.
-    static bool current(quint32& id);
+    // False when the platform can't tell; callers then leave the key out.
+    static bool current(QString& id);
 
-    using Source = std::function<bool(quint32& id)>;
+    using Source = std::function<bool(QString& id)>;
     // Tests install a stand-in here; an empty source restores the system's answer.
     static void setSource(Source source);
 
+    // The session named in a process's cgroup list (/proc/<pid>/cgroup), as logind places it:
+    // ".../session-<id>.scope". Empty when the process is in no login session.
+    static QString fromCgroups(const QByteArray& cgroups);
+
 private:
-    static bool fromSystem(quint32& id);
+    static bool fromSystem(QString& id);
 };

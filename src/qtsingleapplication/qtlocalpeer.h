@@ -7,7 +7,7 @@
 
 class QLocalServer;
 
-// Decides by a lock file whether this process is the first of its id in the user's session, and
+// Decides by a lock file whether this process is the first of its id in the login session, and
 // carries short texts from later processes to the first one over a local socket.
 class QtLocalPeer : public QObject
 {
@@ -21,6 +21,8 @@ public:
     bool isClient();
     bool sendMessage(const QString& message, int timeout);
     QString applicationId() const { return id; }
+    // Where the lock and the socket live: the user's runtime folder, private to the user.
+    static QString privateFolder();
 
 Q_SIGNALS:
     void messageReceived(const QString& message);

@@ -2,7 +2,11 @@
 
 #include <QGraphicsWebView>
 #include <QScreen>
+#include <QProcess>
 #include <QSettings>
+#include <QtPlatformHeaders/QXcbWindowFunctions>
+
+#include <memory>
 
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
@@ -58,10 +62,33 @@ QString shape(const QWidget* window)
     return QStringLiteral("%1,%2 %3x%4").arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height());
 }
 
-// A window manager may push a window down so that its title bar stays on the screen; the
-// program's request is met when only that shift differs.
-bool placedAt(const QWidget* window, const QRect& expected, bool windowManager)
+bool panels()
 {
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    return screen->availableGeometry() != screen->geometry();
+}
+
+QMargins frameMargins(const QWidget* window)
+{
+    const QRect frame = window->frameGeometry();
+    const QRect client = window->geometry();
+    return { client.left() - frame.left(), client.top() - frame.top(), frame.right() - client.right(),
+        frame.bottom() - client.bottom() };
+}
+
+// Over panels a default shape's frame lands where its rule says (tst_windowshapes checks the rule's
+// figures), wholly inside the work area. Elsewhere: a window manager may push a window down so that
+// its title bar stays on the screen; the program's request is met when only that shift differs.
+bool placedAt(MainWindow* window, const QRect& expected, bool windowManager, const QString& rule = QString())
+{
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    if (panels() && !rule.isEmpty()) {
+        const QMargins margins = frameMargins(window);
+        const QRect frame = rule == "login"
+            ? MainWindow::loginFrame(screen->geometry(), screen->availableGeometry(), margins, window->getScaleFactor())
+            : MainWindow::messengerFrame(screen->geometry(), screen->availableGeometry(), margins, window->getOsScaleFactor());
+        return !margins.isNull() && window->frameGeometry() == frame && screen->availableGeometry().contains(frame);
+    }
     const QRect shape = window->geometry();
     if (shape == expected || !windowManager)
         return shape == expected;
@@ -89,6 +116,8 @@ private slots:
     void zoomCarriesToNextStart();
     void doNotLaunchMainWindow_data();
     void doNotLaunchMainWindow();
+    void docksTopAndBottom_data();
+    void docksTopAndBottom();
 
 private:
     // One start of the program as far as windows go: construct, show at login size.
@@ -171,11 +200,11 @@ void TestWindowSizing::shapes_data()
     const QRect saved(50, 60, 900, 500);
     const int normal = Qt::WindowNoState;
 
-    QTest::newRow("first run") << 0.0 << QRect() << false << false << mScreen->login << mScreen->messenger
-                               << (mScreen->messengerFillsScreen ? int(Qt::WindowMaximized) : normal);
+    // A tray panel's strut leaves a work area smaller than the screen: the default shape can't fill it.
+    const int fills = mScreen->messengerFillsScreen && !panels() ? int(Qt::WindowMaximized) : normal;
+    QTest::newRow("first run") << 0.0 << QRect() << false << false << mScreen->login << mScreen->messenger << fills;
     QTest::newRow("Actual Size saved: login at 100%, messenger still fits the screen")
-        << 1.0 << QRect() << false << false << actualSizeLogin << mScreen->messenger
-        << (mScreen->messengerFillsScreen ? int(Qt::WindowMaximized) : normal);
+        << 1.0 << QRect() << false << false << actualSizeLogin << mScreen->messenger << fills;
     QTest::newRow("saved shape comes back") << 0.0 << saved << false << false << mScreen->login << saved << normal;
     QTest::newRow("saved maximised") << 0.0 << saved << true << false << mScreen->login << saved
                                      << int(Qt::WindowMaximized);
@@ -203,14 +232,15 @@ void TestWindowSizing::shapes()
 
     MainWindow* window = start();
     QCOMPARE(window->property("view").toString(), QStringLiteral("login"));
-    QTRY_VERIFY2(placedAt(window, login, mWindowManager), qPrintable(shape(window)));
+    QTRY_VERIFY2(placedAt(window, login, mWindowManager, "login"), qPrintable(shape(window)));
 
     window->resizeWindowToMessengerSize(true);
     QCOMPARE(window->property("view").toString(), QStringLiteral("messenger"));
     // The state switch waits for the animation; it never happens inside the call.
     QCOMPARE(int(window->windowState()), int(Qt::WindowNoState));
     if (finalState == Qt::WindowNoState || !mWindowManager)
-        QTRY_VERIFY2(placedAt(window, messenger, mWindowManager), qPrintable(shape(window)));
+        QTRY_VERIFY2(placedAt(window, messenger, mWindowManager, savedShape.isNull() ? "messenger" : ""),
+            qPrintable(shape(window)));
     QTRY_COMPARE(int(window->windowState()), finalState);
     if (!mWindowManager) {
         // With no manager a state is only a hint: the shape stays as the program set it.
@@ -241,7 +271,7 @@ void TestWindowSizing::savedOnlyAtMessenger()
     MainWindow* window = start();
     if (atMessenger) {
         window->resizeWindowToMessengerSize(false);
-        QTRY_VERIFY2(placedAt(window, mScreen->messenger, mWindowManager), qPrintable(shape(window)));
+        QTRY_VERIFY2(placedAt(window, mScreen->messenger, mWindowManager, "messenger"), qPrintable(shape(window)));
     }
     window->setGeometry(moved);
     QTRY_COMPARE(window->geometry(), moved);
@@ -254,7 +284,7 @@ void TestWindowSizing::savedOnlyAtMessenger()
         return;
     // The next start opens at the login shape, and the page's arrival brings the saved shape back.
     window = start();
-    QTRY_VERIFY2(placedAt(window, mScreen->login, mWindowManager), qPrintable(shape(window)));
+    QTRY_VERIFY2(placedAt(window, mScreen->login, mWindowManager, "login"), qPrintable(shape(window)));
     window->resizeWindowToMessengerSize(true);
     QTRY_COMPARE(window->geometry(), moved);
 }
@@ -292,7 +322,9 @@ void TestWindowSizing::zoomCarriesToNextStart()
     window = start();
     QVERIFY2(qAbs(window->getScaleFactor() - expected) < 1e-9, qPrintable(QString::number(window->getScaleFactor())));
     QVERIFY(qAbs(window->indexWindow()->webView()->zoomFactor() - window->getScaleFactor()) < 1e-6);
-    if (qIsNaN(nextStartShift))
+    if (qIsNaN(nextStartShift) && panels())
+        QTRY_VERIFY2(placedAt(window, QRect(), mWindowManager, "login"), qPrintable(shape(window)));
+    else if (qIsNaN(nextStartShift))
         QTRY_COMPARE(window->geometry().size(), QSize(600, 610));
     // The screen's factor itself never follows the user's zoom.
     QCOMPARE(window->getOsScaleFactor(), mScreen->osScaleFactor);
@@ -320,7 +352,7 @@ void TestWindowSizing::doNotLaunchMainWindow()
     QTRY_COMPARE(window->isHidden(), hiddenAtArrival);
     // Shaped all the same, ready for when the user opens it from the tray.
     if (hiddenAtArrival)
-        QCOMPARE(window->geometry(), mScreen->messenger);
+        QVERIFY2(placedAt(window, mScreen->messenger, mWindowManager, "messenger"), qPrintable(shape(window)));
     // That close happens before the view changes, so it saves nothing.
     QVERIFY(!QSettings().contains(QStringLiteral("mainWindowWidth")));
 
@@ -330,6 +362,50 @@ void TestWindowSizing::doNotLaunchMainWindow()
     window->showAlreadyRunningWindow();
     window->resizeWindowToMessengerSize(false);
     QVERIFY(window->isVisible());
+}
+
+void TestWindowSizing::docksTopAndBottom_data()
+{
+    QTest::addColumn<bool>("savedZoomOne");
+    QTest::newRow("screen's own zoom") << false;
+    QTest::newRow("Actual Size saved") << true;
+}
+
+void TestWindowSizing::docksTopAndBottom()
+{
+    QFETCH(bool, savedZoomOne);
+    if (!mWindowManager)
+        QSKIP("struts are a window manager's business");
+    const QRect screen = QGuiApplication::primaryScreen()->geometry();
+    // A panel on the top (as GNOME's top bar) and a taller one on the bottom than the tray's.
+    std::vector<std::unique_ptr<QWidget>> docks;
+    for (const bool top : { true, false }) {
+        const int height = top ? 30 : 40;
+        auto dock = std::make_unique<QWidget>(nullptr, Qt::FramelessWindowHint);
+        dock->setGeometry(0, top ? 0 : screen.height() - height, screen.width(), height);
+        dock->winId();
+        QXcbWindowFunctions::setWmWindowType(dock->windowHandle(), QXcbWindowFunctions::Dock);
+        const QString strut = QStringLiteral("0, 0, %1, %2, 0, 0, 0, 0, %3, %4, %5, %6")
+                                  .arg(top ? height : 0).arg(top ? 0 : height).arg(0).arg(top ? screen.width() - 1 : 0)
+                                  .arg(0).arg(top ? 0 : screen.width() - 1);
+        QProcess xprop;
+        xprop.start("xprop", { "-id", QString::number(dock->winId()), "-f", "_NET_WM_STRUT_PARTIAL", "32c", "-set",
+                                 "_NET_WM_STRUT_PARTIAL", strut });
+        QVERIFY(xprop.waitForFinished(10000) && xprop.exitCode() == 0);
+        dock->show();
+        docks.push_back(std::move(dock));
+    }
+    const QRect workArea(0, 30, screen.width(), screen.height() - 70);
+    QTRY_COMPARE_WITH_TIMEOUT(QGuiApplication::primaryScreen()->availableGeometry(), workArea, 10000);
+
+    if (savedZoomOne)
+        QSettings().setValue(QStringLiteral("mainWindowZoomFactor"), 1.0);
+    MainWindow* window = start();
+    QTRY_VERIFY2(placedAt(window, QRect(), mWindowManager, "login"), qPrintable(shape(window)));
+    QVERIFY(window->frameGeometry().top() >= 30);
+    window->resizeWindowToMessengerSize(false);
+    QTRY_VERIFY2(placedAt(window, QRect(), mWindowManager, "messenger"), qPrintable(shape(window)));
+    QVERIFY(window->frameGeometry().bottom() < screen.height() - 40);
 }
 
 QTEST_MAIN(TestWindowSizing)

@@ -43,7 +43,8 @@ void TestAutomaticStartup::entryDescribesThisProgram()
     AutomaticStartup::setAutomaticStartup();
     const QString folder = QCoreApplication::applicationDirPath();
     QCOMPARE(entryLines(), QStringList({ "[Desktop Entry]", "Type=Application", "Name=Kestrelgap",
-        "Exec=" + QCoreApplication::applicationFilePath(), "Path=" + folder,
+        "Exec=" + QCoreApplication::applicationFilePath(), "TryExec=" + QCoreApplication::applicationFilePath(),
+        "Path=" + folder,
         "Icon=" + folder + "/kestrelgap.iconset/icon_512x512.png", "X-GNOME-Autostart-enabled=true" }));
 }
 

@@ -36,7 +36,8 @@ void TestFirstLaunch::registration()
     const QString program = StagedFolder::path() + QStringLiteral("/kestrelgap");
     QVERIFY2(QFile::exists(program), "the build stages the program");
     QTemporaryDir home;
-    QVERIFY(QDir(home.path()).mkpath(QStringLiteral("tmp")));
+    QVERIFY(QDir(home.path()).mkpath(QStringLiteral("runtime")));
+    QFile::setPermissions(home.filePath("runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     const QString settingsPath = home.filePath("config/Kestrelgap/Kestrelgap.conf");
     {
         QSettings settings(settingsPath, QSettings::IniFormat);
@@ -46,8 +47,9 @@ void TestFirstLaunch::registration()
             settings.setValue("start-on-launch", startOnLaunch);
     }
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // The single-instance socket lives in the temporary folder: a private one keeps other copies out.
-    for (const char* name : { "HOME", "XDG_CONFIG_HOME/config", "XDG_DATA_HOME/data", "XDG_CACHE_HOME/cache", "TMPDIR/tmp" })
+    // The single-instance socket lives in the runtime folder: a private one keeps other copies out.
+    for (const char* name : { "HOME", "XDG_CONFIG_HOME/config", "XDG_DATA_HOME/data", "XDG_CACHE_HOME/cache",
+             "XDG_RUNTIME_DIR/runtime" })
         environment.insert(QString(name).section('/', 0, 0), home.filePath(QString(name).section('/', 1)));
 
     QProcess client;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/sessionid.h"
@@ -20,7 +21,11 @@ namespace {
 
 // One start of the program stand-in, in a process of its own.
 struct Instance {
-    explicit Instance(const QString& id) { process.start(QStringLiteral(SINGLEINSTANCE_HELPER), { id, "120000" }); }
+    explicit Instance(const QString& id, const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
+    {
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(SINGLEINSTANCE_HELPER), { id, "120000" });
+    }
     ~Instance()
     {
         process.kill();
@@ -84,6 +89,14 @@ private slots:
     void lockExclusion();
     void names_data();
     void names();
+    void sessionFromCgroups_data();
+    void sessionFromCgroups();
+    void sessionsOfOneUser_data();
+    void sessionsOfOneUser();
+    void namesTakenBeforeUs_data();
+    void namesTakenBeforeUs();
+    void silentClient_data();
+    void silentClient();
     void listenerPrivateToUser();
     void leftoverAtSocketPath_data();
     void leftoverAtSocketPath();
@@ -93,32 +106,38 @@ private slots:
 
 private:
     QString tempFile(const QString& name) const { return mTemp->filePath(name); }
+    QString runtimeFile(const QString& name) const { return mRuntime->filePath(name); }
     QString uniqueId() { return QString("Singletest-%1-%2").arg(QCoreApplication::applicationPid()).arg(++mIds); }
     // The name the first instance listens on, read off the lock file it left beside it.
     QString socketPath() const
     {
-        const QStringList locks = QDir(mTemp->path()).entryList({ "qtsingleapp-*-lockfile" }, QDir::Files);
-        return locks.size() == 1 ? tempFile(locks.first().chopped(int(qstrlen("-lockfile")))) : QString();
+        const QStringList locks = QDir(mRuntime->path()).entryList({ "qtsingleapp-*-lockfile" }, QDir::Files);
+        return locks.size() == 1 ? runtimeFile(locks.first().chopped(int(qstrlen("-lockfile")))) : QString();
     }
     static void quit(const QString& id) { QVERIFY(QtLocalPeer(nullptr, id).sendMessage("quit", 5000)); }
 
     std::unique_ptr<QTemporaryDir> mTemp;
+    std::unique_ptr<QTemporaryDir> mRuntime;
     int mIds = 0;
 };
 
 void TestSingleInstance::init()
 {
-    // Lock files and sockets go to the temporary folder; a private one per test keeps parallel runs
+    // Lock files and sockets go to the runtime folder; a private one per test keeps parallel runs
     // and a real running program out of each other's way.
     mTemp = std::make_unique<QTemporaryDir>(TestEnvironment::homePath() + "/tmp-XXXXXX");
+    mRuntime = std::make_unique<QTemporaryDir>(TestEnvironment::homePath() + "/runtime-XXXXXX");
     qputenv("TMPDIR", QFile::encodeName(mTemp->path()));
-    QCOMPARE(QDir::tempPath(), mTemp->path());
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(mRuntime->path()));
+    qunsetenv("XDG_SESSION_ID");
+    QCOMPARE(QtLocalPeer::privateFolder(), mRuntime->path());
 }
 
 void TestSingleInstance::cleanup()
 {
     SessionId::setSource({});
     mTemp.reset();
+    mRuntime.reset();
 }
 
 void TestSingleInstance::lockExclusion_data()
@@ -155,37 +174,172 @@ void TestSingleInstance::names_data()
 {
     QTest::addColumn<QString>("id");
     QTest::addColumn<bool>("sessionKnown");
-    QTest::addColumn<quint32>("session");
+    QTest::addColumn<QString>("session");
     QTest::addColumn<QString>("socketName");
 
     // Checksums are CRC-16/X-25 of the id's UTF-8 bytes, worked out independently.
-    QTest::newRow("program id") << "Kestrelgap" << true << 0x3e8u << "qtsingleapp-Kestre-f2b0-3e8";
-    QTest::newRow("digits left out of prefix") << "a1b2c3d4e5f6g7h8" << true << 0xffffffffu
-                                               << "qtsingleapp-abcdef-8860-ffffffff";
-    QTest::newRow("non-ASCII left out, UTF-8 checksum") << "Z\u00fcrich-App 2" << true << 0x1fu
+    QTest::newRow("program id") << "Kestrelgap" << true << "3" << "qtsingleapp-Kestre-f2b0-3";
+    QTest::newRow("digits left out of prefix") << "a1b2c3d4e5f6g7h8" << true << "c12"
+                                               << "qtsingleapp-abcdef-8860-c12";
+    QTest::newRow("non-ASCII left out, UTF-8 checksum") << "Z\u00fcrich-App 2" << true << "1f"
                                                         << "qtsingleapp-ZrichA-abdc-1f";
-    QTest::newRow("session unknown") << "Kestrelgap" << false << 0u << "qtsingleapp-Kestre-f2b0";
+    QTest::newRow("session with path characters") << "Kestrelgap" << true << "../x y" << "qtsingleapp-Kestre-f2b0-xy";
+    QTest::newRow("session unknown") << "Kestrelgap" << false << "" << "qtsingleapp-Kestre-f2b0";
 }
 
 void TestSingleInstance::names()
 {
     QFETCH(QString, id);
     QFETCH(bool, sessionKnown);
-    QFETCH(quint32, session);
+    QFETCH(QString, session);
     QFETCH(QString, socketName);
 
-    SessionId::setSource([&](quint32& value) {
+    SessionId::setSource([&](QString& value) {
         value = session;
         return sessionKnown;
     });
     QtLocalPeer peer(nullptr, id);
     QVERIFY(!peer.isClient());
-    QCOMPARE(QDir(mTemp->path()).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name),
+    QCOMPARE(QDir(mRuntime->path()).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::Name),
         QStringList({ socketName, socketName + "-lockfile" }));
     QVERIFY(QtLocalPeer(nullptr, id).isClient());
-    // The same program in another user's session is not ours to wake.
-    ++session;
+    // The same program in another login session is not ours to wake.
+    session += "0";
     QCOMPARE(QtLocalPeer(nullptr, id).isClient(), !sessionKnown);
+}
+
+void TestSingleInstance::sessionFromCgroups_data()
+{
+    QTest::addColumn<QByteArray>("cgroups");
+    QTest::addColumn<QString>("session");
+
+    QTest::newRow("unified, desktop session") << QByteArray("0::/user.slice/user-1000.slice/session-3.scope\n") << "3";
+    QTest::newRow("legacy hierarchies") << QByteArray("12:pids:/user.slice/user-1000.slice/session-c2.scope\n"
+                                                      "1:name=systemd:/user.slice/user-1000.slice/session-c2.scope\n")
+                                        << "c2";
+    QTest::newRow("user service, no session") << QByteArray("0::/user.slice/user-1000.slice/user@1000.service/"
+                                                            "app.slice/session-x.scope.d/app.service\n")
+                                              << "";
+    QTest::newRow("system service") << QByteArray("0::/system.slice/cron.service\n") << "";
+}
+
+void TestSingleInstance::sessionFromCgroups()
+{
+    QFETCH(QByteArray, cgroups);
+    QFETCH(QString, session);
+    QCOMPARE(SessionId::fromCgroups(cgroups), session);
+}
+
+void TestSingleInstance::sessionsOfOneUser_data()
+{
+    QTest::addColumn<QString>("firstSession");
+    QTest::addColumn<QString>("secondSession");
+    QTest::addColumn<bool>("bothFirst");
+
+    QTest::newRow("two login sessions") << "4" << "c7" << true;
+    QTest::newRow("one login session") << "4" << "4" << false;
+}
+
+void TestSingleInstance::sessionsOfOneUser()
+{
+    QFETCH(QString, firstSession);
+    QFETCH(QString, secondSession);
+    QFETCH(bool, bothFirst);
+
+    const QString id = uniqueId();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("XDG_SESSION_ID", firstSession);
+    Instance first(id, environment);
+    QVERIFY(first.waitForLines(1));
+    environment.insert("XDG_SESSION_ID", secondSession);
+    Instance second(id, environment);
+    if (bothFirst) {
+        QVERIFY(second.waitForLines(1));
+        QCOMPARE(second.lines(), QStringList("first"));
+        QCOMPARE(first.lines(), QStringList("first"));
+    } else {
+        QVERIFY2(second.endsAsMessenger(), qPrintable(second.output));
+        QVERIFY(first.waitForLines(2));
+    }
+}
+
+void TestSingleInstance::namesTakenBeforeUs_data()
+{
+    QTest::addColumn<QString>("taken"); // the lock, the socket, or the runtime folder itself
+    QTest::addColumn<QString>("kind");
+
+    QTest::newRow("lock: another user's unreadable file") << "lock" << "file";
+    QTest::newRow("lock: a folder") << "lock" << "folder";
+    QTest::newRow("socket: another user's unreadable file") << "socket" << "file";
+    QTest::newRow("runtime folder: another user's") << "runtime" << "folder";
+    QTest::newRow("runtime folder: missing") << "runtime" << "missing";
+}
+
+void TestSingleInstance::namesTakenBeforeUs()
+{
+    QFETCH(QString, taken);
+    QFETCH(QString, kind);
+
+    const QString id = uniqueId();
+    SessionId::setSource([](QString&) { return false; });
+    // The names as names() checks them, for this id and no session.
+    const QByteArray idBytes = id.toUtf8();
+    const QString name = QString("qtsingleapp-Single-%1").arg(qChecksum(idBytes.constData(), uint(idBytes.size())), 0, 16);
+    QString path = taken == "lock" ? runtimeFile(name + "-lockfile") : runtimeFile(name);
+    if (taken == "runtime") {
+        path = tempFile("runtime-of-another");
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(path));
+    }
+    if (kind == "file") {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.setPermissions(QFile::Permissions());
+    } else if (kind == "folder") {
+        QVERIFY(QDir().mkpath(path + "/inside"));
+    }
+    if (kind != "missing" && ::geteuid() == 0) {
+        QCOMPARE(::chown(QFile::encodeName(path).constData(), 65534, 65534), 0);
+    } else if (taken == "runtime" && kind == "folder") {
+        QSKIP("only root can give a folder to another user");
+    }
+
+    // Still a first copy, and still the only one.
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove("XDG_SESSION_ID");
+    Instance first(id, environment);
+    QVERIFY2(first.waitForLines(1), qPrintable(first.output));
+    QCOMPARE(first.lines(), QStringList("first"));
+    Instance second(id, environment);
+    QVERIFY2(second.endsAsMessenger(), qPrintable(second.output));
+    QVERIFY(first.waitForLines(2));
+}
+
+void TestSingleInstance::silentClient_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::newRow("connects, says nothing") << QByteArray();
+    QTest::newRow("sends a length, then nothing") << frame(10, QByteArray());
+}
+
+void TestSingleInstance::silentClient()
+{
+    QFETCH(QByteArray, bytes);
+
+    const QString id = uniqueId();
+    Instance first(id);
+    QVERIFY(first.waitForLines(1));
+    QLocalSocket silent;
+    silent.connectToServer(socketPath());
+    QVERIFY(silent.waitForConnected(5000));
+    silent.write(bytes);
+    QVERIFY(silent.waitForBytesWritten(5000) || bytes.isEmpty());
+
+    // The first copy is not held up by it: a later start is answered and leaves.
+    Instance second(id);
+    QVERIFY2(second.endsAsMessenger(), qPrintable(second.output));
+    QVERIFY(first.waitForLines(2));
+    QCOMPARE(first.lines().at(1), QString("message:Wake up"));
+    QCOMPARE(silent.state(), QLocalSocket::ConnectedState);
 }
 
 void TestSingleInstance::listenerPrivateToUser()

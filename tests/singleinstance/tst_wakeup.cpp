@@ -1,12 +1,15 @@
-// The staged program itself, started twice on a real X display: the second start must hand its
-// wake-up to the first, bring the first's window back and leave without a trace.
+// The staged program itself on a real X display: a second start hands its wake-up to the first,
+// brings the first's window back and leaves without a trace; the session's end signal is a quit.
 #include <QtTest>
 
 #include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
 
+#include "httpserver.h"
 #include "stagedfolder.h"
+
+#include <csignal>
 
 namespace {
 
@@ -50,12 +53,14 @@ private slots:
     void initTestCase();
     void secondStartWakesFirst_data();
     void secondStartWakesFirst();
+    void endSignalQuits_data();
+    void endSignalQuits();
 
 private:
     // Starts the program; as the first, waits for its window and its launch record.
     void start(QProcess& program, QString* window = nullptr);
 
-    QTemporaryDir mTemp;
+    QTemporaryDir mRuntime;
 };
 
 void TestWakeUp::initTestCase()
@@ -69,7 +74,7 @@ void TestWakeUp::start(QProcess& program, QString* window)
 {
     // HOME and XDG are the test's own already; the lock and socket go to a folder of our own too.
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("TMPDIR", mTemp.path());
+    environment.insert("XDG_RUNTIME_DIR", mRuntime.path());
     environment.remove("QT_QPA_PLATFORM");
     program.setProcessEnvironment(environment);
     program.setWorkingDirectory(StagedFolder::path());
@@ -152,6 +157,54 @@ void TestWakeUp::secondStartWakesFirst()
     QCOMPARE(lastLaunch(), recorded);
     first.terminate();
     QVERIFY(first.waitForFinished(10000));
+}
+
+void TestWakeUp::endSignalQuits_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("SIGTERM") << int(SIGTERM);
+    QTest::newRow("SIGHUP") << int(SIGHUP);
+}
+
+void TestWakeUp::endSignalQuits()
+{
+    QFETCH(int, signal);
+    // The service hands out a lasting cookie with its sign-in page; the page's image carries it back.
+    HttpServer service;
+    const QString host(KESTRELGAP_SERVICE_HOST);
+    QVERIFY2(service.listen(quint16(host.section(':', 1).toUInt())), "the service's port is taken");
+    const QByteArray cookie = "kg_logout=" + QByteArray::number(signal);
+    const HttpServer::Headers setCookie { { "Set-Cookie",
+        cookie + "; Path=/; Expires=" + QDateTime::currentDateTimeUtc().addDays(30).toString(Qt::RFC2822Date).toLatin1() } };
+    service.serve("/prod-assets/desktop-client/versioncheck.json", "{}", "application/json");
+    service.serve("/signin", "<html><body><img src=\"/pixel.gif\">sign in</body></html>", "text/html", 200, setCookie);
+    service.serve("/pixel.gif", "GIF89a", "image/gif");
+    const auto cookieCameBack = [&] {
+        for (const HttpServer::Request& request : service.requests())
+            if (request.header("Cookie").contains(cookie))
+                return true;
+        return false;
+    };
+
+    QProcess program;
+    QString window;
+    start(program, &window);
+    QVERIFY(!window.isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(cookieCameBack(), 30000);
+    // Well inside the cookie jar's delayed save.
+    ::kill(pid_t(program.processId()), signal);
+    QVERIFY(program.waitForFinished(10000));
+    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(program.exitCode(), 0);
+
+    service.clearRequests();
+    QProcess next;
+    start(next, &window);
+    QTRY_VERIFY_WITH_TIMEOUT(!service.requestsFor("/signin").isEmpty(), 30000);
+    QVERIFY2(cookieCameBack(), service.requestsFor("/signin").first().header("Cookie").constData());
+    next.terminate();
+    QVERIFY(next.waitForFinished(10000));
+    QCOMPARE(next.exitCode(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestWakeUp)

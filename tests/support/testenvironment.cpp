@@ -21,8 +21,11 @@ struct Isolate
     {
         const QString root = home()->path();
         const QByteArray rootBytes = QFile::encodeName(root);
-        for (const char* sub : {"config", "data", "cache"})
+        for (const char* sub : {"config", "data", "cache", "runtime"})
             QDir().mkpath(root + QLatin1Char('/') + QLatin1String(sub));
+        // The single-instance guard lives here; private, as the session's own is.
+        QFile::setPermissions(root + QLatin1String("/runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        setenv("XDG_RUNTIME_DIR", (rootBytes + "/runtime").constData(), 1);
         setenv("HOME", rootBytes.constData(), 1);
         setenv("XDG_CONFIG_HOME", (rootBytes + "/config").constData(), 1);
         setenv("XDG_DATA_HOME", (rootBytes + "/data").constData(), 1);
