@@ -33,6 +33,9 @@ dbus-x11
 python3
 openssl
 curl
+weston
+xwayland
+qtwayland5
 gstreamer1.0-plugins-base
 "
 

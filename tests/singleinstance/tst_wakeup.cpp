@@ -3,6 +3,8 @@
 #include <QtTest>
 
 #include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -55,6 +57,8 @@ private slots:
     void secondStartWakesFirst();
     void endSignalQuits_data();
     void endSignalQuits();
+    void waylandSessionRunsOnX11_data();
+    void waylandSessionRunsOnX11();
 
 private:
     // Starts the program; as the first, waits for its window and its launch record.
@@ -205,6 +209,82 @@ void TestWakeUp::endSignalQuits()
     next.terminate();
     QVERIFY(next.waitForFinished(10000));
     QCOMPARE(next.exitCode(), 0);
+}
+
+void TestWakeUp::waylandSessionRunsOnX11_data()
+{
+    QTest::addColumn<QString>("platform"); // QT_QPA_PLATFORM as the session sets it; empty: unset
+    QTest::newRow("Plasma-like session, nothing chosen") << "";
+    QTest::newRow("session that chooses wayland") << "wayland";
+}
+
+void TestWakeUp::waylandSessionRunsOnX11()
+{
+    QFETCH(QString, platform);
+    if (QStandardPaths::findExecutable("weston").isEmpty() || QStandardPaths::findExecutable("Xwayland").isEmpty())
+        QSKIP("weston and xwayland are not installed (scripts/install-deps.sh installs them)");
+
+    // A headless Wayland session of our own, with XWayland, in a runtime folder of our own.
+    QTemporaryDir runtime;
+    QProcess weston;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("XDG_RUNTIME_DIR", runtime.path());
+    environment.remove("DISPLAY");
+    weston.setProcessEnvironment(environment);
+    weston.setProcessChannelMode(QProcess::MergedChannels);
+    weston.start("weston", { "--backend=headless-backend.so", "--xwayland", "--socket=wayland-kg", "--idle-time=0" });
+    QString westonLog;
+    QString display;
+    const auto listening = [&] {
+        westonLog += QString::fromUtf8(weston.readAll());
+        const QRegularExpressionMatch match = QRegularExpression("xserver listening on display (:\\d+)").match(westonLog);
+        display = match.captured(1);
+        return !display.isEmpty() || weston.state() == QProcess::NotRunning;
+    };
+    QVERIFY2(QTest::qWaitFor(listening, 20000) && !display.isEmpty(), qPrintable(westonLog));
+
+    environment.insert("WAYLAND_DISPLAY", "wayland-kg");
+    environment.insert("XDG_SESSION_TYPE", "wayland");
+    environment.insert("DISPLAY", display);
+    if (platform.isEmpty())
+        environment.remove("QT_QPA_PLATFORM");
+    else
+        environment.insert("QT_QPA_PLATFORM", platform);
+    QProcess program;
+    program.setProcessEnvironment(environment);
+    program.setWorkingDirectory(StagedFolder::path());
+    program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    program.setStandardOutputFile(QProcess::nullDevice());
+    program.start(StagedFolder::path() + "/kestrelgap", QStringList());
+
+    // Its main window is an X11 window on XWayland, where placement by coordinates works.
+    QProcess search;
+    QProcessEnvironment onXWayland = QProcessEnvironment::systemEnvironment();
+    onXWayland.insert("DISPLAY", display);
+    search.setProcessEnvironment(onXWayland);
+    const auto x11Window = [&] {
+        search.start("xdotool", { "search", "--onlyvisible", "--pid", QString::number(program.processId()), "--name",
+                                    "^Kestrelgap$" });
+        search.waitForFinished(10000);
+        return !search.readAllStandardOutput().trimmed().isEmpty() || program.state() == QProcess::NotRunning;
+    };
+    QVERIFY2(QTest::qWaitFor(x11Window, 60000) && program.state() == QProcess::Running,
+        "no X11 main window on XWayland");
+    QFile maps(QString("/proc/%1/maps").arg(program.processId()));
+    QVERIFY(maps.open(QIODevice::ReadOnly));
+    const QByteArray mapped = maps.readAll();
+    QVERIFY(mapped.contains("libqxcb"));
+    QVERIFY(!mapped.contains("libqwayland"));
+    // What it starts (xdg-open and the programs it opens) keeps the session's own choice.
+    QFile environ(QString("/proc/%1/environ").arg(program.processId()));
+    QVERIFY(environ.open(QIODevice::ReadOnly));
+    QCOMPARE(environ.readAll().split('\0').contains("QT_QPA_PLATFORM=xcb"), false);
+
+    program.terminate();
+    QVERIFY(program.waitForFinished(10000));
+    QCOMPARE(program.exitCode(), 0);
+    weston.terminate();
+    weston.waitForFinished(10000);
 }
 
 QTEST_GUILESS_MAIN(TestWakeUp)
