@@ -25,6 +25,7 @@ xauth
 trayer
 openbox
 x11-utils
+x11-xserver-utils
 xdotool
 tesseract-ocr
 imagemagick

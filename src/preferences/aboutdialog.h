@@ -2,10 +2,12 @@
 
 #include <QDialog>
 
-class QLabel;
-class QPushButton;
-class QVBoxLayout;
+#include <memory>
+
 class VersionCheck;
+namespace Ui {
+class AboutDialog;
+}
 
 // Name, icon and version of the program, and the one place where a user asks for a version check.
 // Unlike the silent check at sign-in, this one always answers.
@@ -14,6 +16,7 @@ class AboutDialog : public QDialog
     Q_OBJECT
 public:
     explicit AboutDialog(QWidget* parent = nullptr);
+    ~AboutDialog() override;
 
 public slots:
     void checkForUpdateButtonClicked();
@@ -24,18 +27,5 @@ protected:
     void changeEvent(QEvent* event) override;
 
 private:
-    struct Form
-    {
-        QWidget* verticalLayoutWidget;
-        QVBoxLayout* aboutDialogLayout;
-        QLabel* application_name;
-        QLabel* application_version;
-        QLabel* application_icon;
-        QPushButton* checkForUpdateButton;
-    };
-
-    void setupForm();
-    void retranslateForm();
-
-    Form ui;
+    std::unique_ptr<Ui::AboutDialog> ui;
 };

@@ -3,10 +3,12 @@
 #include <QDialog>
 #include <QString>
 
-class QDialogButtonBox;
-class QLabel;
+#include <memory>
+
 class QPushButton;
-class QVBoxLayout;
+namespace Ui {
+class ConfirmDownloadUpdate;
+}
 
 // Asks whether to update now; a Yes runs the installer's download at once.
 class ConfirmDownloadUpdate : public QDialog
@@ -15,6 +17,7 @@ class ConfirmDownloadUpdate : public QDialog
 
 public:
     explicit ConfirmDownloadUpdate(QWidget* parent = nullptr);
+    ~ConfirmDownloadUpdate() override;
 
     QString downloadUrl() const;
 
@@ -24,10 +27,7 @@ public slots:
     void setDownloadUrl(QString downloadUrl);
 
 private:
-    QDialogButtonBox* button_wrapper;
-    QLabel* message_label;
-    QWidget* verticalLayoutWidget;
-    QVBoxLayout* confirmDownloadUpdateLayout;
+    std::unique_ptr<Ui::ConfirmDownloadUpdate> ui;
     QPushButton* yesButton;
     QPushButton* laterButton;
     QString mDownloadUrl;

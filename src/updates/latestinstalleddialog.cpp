@@ -1,11 +1,12 @@
 #include "latestinstalleddialog.h"
 
+#include "ui_latestinstalleddialog.h"
+
 #include <QDialogButtonBox>
 #include <QIcon>
-#include <QLabel>
 #include <QPushButton>
-#include <QVBoxLayout>
 
+#include "core/formsizes.h"
 #include "core/logger.h"
 
 namespace {
@@ -14,32 +15,20 @@ const QString logModule = QStringLiteral("latestinstalleddialog");
 
 LatestInstalledDialog::LatestInstalledDialog(QWidget* parent)
     : QDialog(parent)
+    , ui(new Ui::LatestInstalledDialog)
 {
-    setObjectName(QStringLiteral("LatestInstalledDialog"));
-    resize(358, 78);
-    setWindowTitle(QStringLiteral("Kestrelgap"));
+    ui->setupUi(this);
     setWindowIcon(QIcon());
     setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
+    growFormToContents(this);
 
-    label = new QLabel(tr("You are running the latest version of Kestrelgap!"), this);
-    label->setObjectName(QStringLiteral("label"));
-    label->setAlignment(Qt::AlignCenter);
-
-    buttonBox = new QDialogButtonBox(this);
-    buttonBox->setObjectName(QStringLiteral("buttonBox"));
-    buttonBox->setOrientation(Qt::Horizontal);
-    buttonBox->setCenterButtons(true);
-    buttonBox->setStandardButtons(QDialogButtonBox::Ok);
-
-    auto* layout = new QVBoxLayout(this);
-    layout->addWidget(label);
-    layout->addWidget(buttonBox);
-
-    connect(buttonBox, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(buttonBox, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    connect(buttonBox->button(QDialogButtonBox::Ok), &QPushButton::clicked, this,
+    connect(ui->buttonBox, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(ui->buttonBox, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(ui->buttonBox->button(QDialogButtonBox::Ok), &QPushButton::clicked, this,
         &LatestInstalledDialog::okButtonClicked);
 }
+
+LatestInstalledDialog::~LatestInstalledDialog() = default;
 
 void LatestInstalledDialog::okButtonClicked()
 {

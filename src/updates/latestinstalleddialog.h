@@ -2,8 +2,11 @@
 
 #include <QDialog>
 
-class QDialogButtonBox;
-class QLabel;
+#include <memory>
+
+namespace Ui {
+class LatestInstalledDialog;
+}
 
 // Tells the user who asked for an update that there is none.
 class LatestInstalledDialog : public QDialog
@@ -12,11 +15,11 @@ class LatestInstalledDialog : public QDialog
 
 public:
     explicit LatestInstalledDialog(QWidget* parent = nullptr);
+    ~LatestInstalledDialog() override;
 
 public slots:
     void okButtonClicked();
 
 private:
-    QDialogButtonBox* buttonBox;
-    QLabel* label;
+    std::unique_ptr<Ui::LatestInstalledDialog> ui;
 };
