@@ -10,7 +10,7 @@
 #include <QScreen>
 #include <QSettings>
 #include <QTimer>
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <cmath>
 
 #include "core/logger.h"
@@ -116,17 +116,15 @@ QRect MainWindow::placeByRule(const FrameRule& rule, bool runAnimation)
     mPendingRule = margins.isNull() && workArea != screen ? rule : FrameRule();
     if (mPendingRule) {
         auto* poll = new QTimer(this);
-        QElapsedTimer* waited = new QElapsedTimer();
-        waited->start();
-        connect(poll, &QTimer::timeout, this, [this, poll, waited] {
+        const QDeadlineTimer deadline(frameWaitMs);
+        connect(poll, &QTimer::timeout, this, [this, poll, deadline] {
             const bool framed = !frameMargins().isNull();
             if (framed && mPendingRule) {
                 const QMargins margins = frameMargins();
                 setGeometry(mPendingRule(primaryScreenGeometry(), primaryWorkArea(), margins).marginsRemoved(margins));
             }
-            if (framed || !mPendingRule || waited->elapsed() > frameWaitMs) {
+            if (framed || !mPendingRule || deadline.hasExpired()) {
                 mPendingRule = FrameRule();
-                delete waited;
                 poll->deleteLater();
                 poll->stop();
             }
