@@ -174,6 +174,8 @@ int Startup::run(int argc, char** argv)
         return 0;
     }
     Logger::Debug(logModule, QStringLiteral("[main] - id=") + app->id());
+    // From here on an end signal is a quit; it is acted on once the event loop runs.
+    quitOnEndSignals();
     // The menu glyphs and the notification sounds live in the compiled-in resources.
     kestrelgapInitResources();
 
@@ -218,7 +220,6 @@ int Startup::run(int argc, char** argv)
 
         QObject::connect(app, SIGNAL(messageReceived(const QString&)), &mainWindow, SLOT(messageReceived(const QString&)));
         QObject::connect(app, SIGNAL(aboutToQuit()), &mainWindow, SLOT(aboutToQuit()));
-        quitOnEndSignals();
 
         docleanup();
         indexWindow->setSetting(QStringLiteral("ts-last-launch"), QDateTime::currentDateTime().toString(Qt::TextDate));
