@@ -12,8 +12,6 @@
 #include <QStandardPaths>
 #include <QTimer>
 
-#include <cstdio>
-
 #include "core/logger.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
@@ -106,7 +104,7 @@ void MediaDownloaderDialog::setDownloadDirectory(QString downloadDirectory)
 
 QString MediaDownloaderDialog::downloadedPath() const
 {
-    return mMediaDownloadedPath;
+    return mOutput.isOpen() ? mOutput.path() : mMediaDownloadedPath;
 }
 
 void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString type, bool openFile)
@@ -115,14 +113,16 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
     mType = type;
     mOpenFile = openFile;
 
+    // The page names the file: only a plain name in the chosen folder is ever written.
+    const QString name = DownloadFile::sanitizedName(fileName);
     QString extension;
-    if (!fileName.contains(QLatin1Char('.'))) {
+    if (!name.contains(QLatin1Char('.'))) {
         if (type.startsWith(QLatin1String("image")))
             extension = QStringLiteral(".jpg");
         else if (type.startsWith(QLatin1String("video")))
             extension = QStringLiteral(".mp4");
     }
-    mMediaDownloadedFilename = fileName + extension;
+    mMediaDownloadedFilename = name + extension;
 
     download_label->setText(mMediaDownloadedFilename);
     download_complete->hide();
@@ -135,17 +135,17 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
 
     if (mDownloadDirectory.isEmpty())
         mDownloadDirectory = firstDownloadLocation();
-    mMediaDownloadedPath = mDownloadDirectory + QStringLiteral("/") + mMediaDownloadedFilename;
+    mMediaDownloadedPath = DownloadFile::freePath(mDownloadDirectory, mMediaDownloadedFilename);
     Logger::Info(logModule, QStringLiteral("[startDownload] - url=") + url.toString() + QStringLiteral(", path=")
             + mMediaDownloadedPath + QStringLiteral(", retry=") + QString::number(mRetryCount));
 
-    // A fresh account may not have its download folder yet.
-    QDir().mkpath(mDownloadDirectory);
-    mOutput.setFileName(mMediaDownloadedPath);
-    if (!mOutput.open(QIODevice::WriteOnly)) {
-        fprintf(stderr, "Problem opening save file '%s' for download '%s': %s\n", qPrintable(mMediaDownloadedPath),
-            url.toEncoded().constData(), qPrintable(mOutput.errorString()));
-        Logger::Error(logModule, QStringLiteral("[startDownload] - cannot open ") + mMediaDownloadedPath
+    if (!DownloadFile::isDownloadable(url)) {
+        Logger::Error(logModule, QStringLiteral("[startDownload] - refused source ") + url.scheme());
+        QMetaObject::invokeMethod(this, &MediaDownloaderDialog::displayDownloadError, Qt::QueuedConnection);
+        return;
+    }
+    if (!mOutput.open(mDownloadDirectory, mMediaDownloadedFilename)) {
+        Logger::Error(logModule, QStringLiteral("[startDownload] - cannot open a file in ") + mDownloadDirectory
                 + QStringLiteral(": ") + mOutput.errorString());
         return;
     }
@@ -168,16 +168,15 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
 
 void MediaDownloaderDialog::downloadReadyRead()
 {
-    if (!mCurrentDownload)
+    if (!mCurrentDownload || !mOutput.isOpen())
         return;
-    const QByteArray chunk = mCurrentDownload->readAll();
-    if (mOutput.write(chunk) != chunk.size())
+    if (!mOutput.write(mCurrentDownload->readAll()))
         abandonUnwritableFile();
 }
 
 void MediaDownloaderDialog::abandonUnwritableFile()
 {
-    Logger::Error(logModule, QStringLiteral("[abandonUnwritableFile] - cannot write ") + mMediaDownloadedPath
+    Logger::Error(logModule, QStringLiteral("[abandonUnwritableFile] - cannot write ") + mOutput.path()
             + QStringLiteral(": ") + mOutput.errorString());
     // A full or failing disk does not recover within a retry's few seconds, and a cut file must not
     // be offered as the picture: the attempt ends here, with the error box.
@@ -187,9 +186,17 @@ void MediaDownloaderDialog::abandonUnwritableFile()
         mCurrentDownload->abort();
         mCurrentDownload->deleteLater();
     }
-    mOutput.close();
-    mOutput.remove();
+    mOutput.discard();
     QMetaObject::invokeMethod(this, &MediaDownloaderDialog::displayDownloadError, Qt::QueuedConnection);
+}
+
+void MediaDownloaderDialog::rejectFinishedBody()
+{
+    Logger::Error(logModule, QStringLiteral("[downloadFinished] - not saved: ") + mOutput.errorString());
+    if (mRetryCount <= 2)
+        doRetryOrDisplayError();
+    else
+        displayDownloadError();
 }
 
 void MediaDownloaderDialog::downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal)
@@ -227,11 +234,8 @@ void MediaDownloaderDialog::processCancel()
     if (!mDownloadCompleted && mCurrentDownload && mCurrentDownload->isOpen())
         mCurrentDownload->abort();
 
-    const QString path = mDownloadDirectory + QStringLiteral("/") + mMediaDownloadedFilename;
-    if (QFile::exists(path)) {
-        const bool removed = QFile(path).remove();
-        Logger::Info(logModule, QStringLiteral("[processCancel] - removed=") + QVariant(removed).toString());
-    }
+    // Only the attempt's own temporary file: a file of the same name was never ours.
+    mOutput.discard();
     // Further attempts go to the system's download folder.
     if (!mDownloadDirectory.isNull())
         mDownloadDirectory = QString();
@@ -267,26 +271,26 @@ void MediaDownloaderDialog::displayDownloadError()
 void MediaDownloaderDialog::downloadFinished()
 {
     Logger::Info(logModule, QStringLiteral("[downloadFinished] called"));
-    // The last buffered bytes reach the disk only now, so a full disk may first show here.
-    const bool written = !mOutput.isOpen() || mOutput.flush();
-    mOutput.close();
     mDownloadCompleted = true;
 
     QNetworkReply* finished = mCurrentDownload;
     const bool failed = !finished || finished->error() != QNetworkReply::NoError;
-    if (!failed && !written) {
-        abandonUnwritableFile();
-        return;
-    }
     if (failed) {
+        mOutput.discard();
         Logger::Info(logModule, QStringLiteral("[downloadFinished] Failed: ")
                 + (finished ? finished->errorString() : QString()));
         // A third failure leaves the dialog as it stands; only the watchdog ends in the error box.
         if (mRetryCount <= 2)
             doRetryOrDisplayError();
+    } else if (!mOutput.isOpen()) {
+        // Already abandoned, with its box on the way.
+    } else if (const QString saved = mOutput.commit(finished); saved.isEmpty()) {
+        rejectFinishedBody();
     } else if (mOpenFile) {
+        mMediaDownloadedPath = saved;
         openButtonClicked();
     } else {
+        mMediaDownloadedPath = saved;
         download_label->adjustSize();
         download_cancel->hide();
         download_progress->hide();
@@ -332,13 +336,12 @@ void MediaDownloaderDialog::sslErrors(QList<QSslError> sslErrorList)
 void MediaDownloaderDialog::done(int result)
 {
     timer->stop();
-    if (mCurrentDownload && mCurrentDownload->isRunning()) {
-        // Without this a retry left running would finish in a hidden dialog and even open the file.
+    // Without this a retry would finish in a hidden dialog and even open the file; a reply the
+    // cancel aborted still reports its end later.
+    if (mCurrentDownload) {
         disconnect(mCurrentDownload, nullptr, this, nullptr);
         mCurrentDownload->abort();
-        mOutput.close();
-        if (mOutput.exists())
-            mOutput.remove();
     }
+    mOutput.discard();
     QDialog::done(result);
 }

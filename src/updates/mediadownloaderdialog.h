@@ -1,13 +1,14 @@
 #pragma once
 
 #include <QDialog>
-#include <QFile>
 #include <QList>
 #include <QNetworkAccessManager>
 #include <QPointer>
 #include <QSslError>
 #include <QString>
 #include <QUrl>
+
+#include "updates/downloadfile.h"
 
 class QLabel;
 class QNetworkReply;
@@ -57,6 +58,8 @@ private slots:
 private:
     // The disk refused the body: ends the attempt, removes the cut file and shows the error box.
     void abandonUnwritableFile();
+    // A finished reply that brought no usable file: the retry rule, then the error box.
+    void rejectFinishedBody();
 
     QProgressBar* download_progress;
     QLabel* download_label;
@@ -68,7 +71,7 @@ private:
     // Guarded: a retry started from downloadFinished is scheduled for deletion there while this
     // still points at it, and the watchdog may come back to it.
     QPointer<QNetworkReply> mCurrentDownload;
-    QFile mOutput;
+    DownloadFile mOutput;
     bool mDownloadCompleted;
     QString mMediaDownloadedFilename;
     QString mMediaDownloadedPath;

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <QDialog>
-#include <QFile>
 #include <QList>
 #include <QNetworkAccessManager>
 #include <QPointer>
 #include <QSslError>
 #include <QString>
 #include <QUrl>
+
+#include "updates/downloadfile.h"
 
 class QLabel;
 class QNetworkReply;
@@ -26,6 +27,10 @@ public:
 
     void startDownload(QUrl downloadUrl);
 
+public slots:
+    // Closing the dialog, by any way, ends what it is still downloading.
+    void done(int result) override;
+
 private slots:
     void downloadReadyRead();
     void downloadFinished();
@@ -37,10 +42,14 @@ private slots:
     void doRetryOrDisplayError();
     void processCancel();
     void timeout();
+    // The hand-over's script could not install: the user is told, and the client stays.
+    void handOverFailed(const QString& reason);
 
 private:
     QString saveFileName(QUrl url);
     QString downloadedFilePath() const;
+    // The disk refused the body: ends the attempt with the error box; a cut installer never runs.
+    void abandonUnwritableFile();
 
     QProgressBar* update_download_progress_bar;
     QPushButton* update_download_cancel_button;
@@ -49,7 +58,7 @@ private:
     // Guarded: a retry started from downloadFinished is scheduled for deletion there while this
     // still points at it, and the watchdog may come back to it.
     QPointer<QNetworkReply> mCurrentDownload;
-    QFile mOutput;
+    DownloadFile mOutput;
     bool mDownloadCompleted;
     QString mFileName;
     QUrl mDownloadUrl;
