@@ -1,0 +1,153 @@
+// What the hosted page can ask of the popups: sizes of its choosing and calls back into the
+// program from inside a call. None of it may hang the program or take the screen's worth of memory.
+#include <QtTest>
+
+#include <QGraphicsWebView>
+#include <QScreen>
+#include <QWebFrame>
+#include <QWebPage>
+
+#include "core/windowholders.h"
+#include "desktop/mainwindow.h"
+#include "notifications/notificationwindow.h"
+#include "notifications/notificationwindowmanager.h"
+#include "notifications/popuptray.h"
+#include "stagedfolder.h"
+#include "web/indexwindow.h"
+
+namespace {
+
+struct TrayStandIn : PopupTray {
+    QRect geometry() override { return QRect(); }
+    void addCloseQuickReplyWindowsOption() override {}
+    void removeCloseQuickReplyWindowsOption() override {}
+};
+
+NotificationWindowManager* manager()
+{
+    return NotificationWindowManager::getInstance();
+}
+
+QVariant evaluate(NotificationWindow* window, const QString& script)
+{
+    return window->webView()->page()->mainFrame()->evaluateJavaScript(script);
+}
+
+} // namespace
+
+class TestPageFaults : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void cleanupTestCase();
+    void cleanup();
+    void pageChosenSize_data();
+    void pageChosenSize();
+    void quickReplyCalledFromItsOwnPayload();
+
+private:
+    QWebFrame* mainPage() const { return mMainWindow->indexWindow()->webView()->page()->mainFrame(); }
+    // The largest size a popup may have, in the page's units: the free area at the zoom in force.
+    QSize largest() const { return QSize(int(mAvailable.width() / mScale), int(mAvailable.height() / mScale)); }
+
+    MainWindow* mMainWindow = nullptr;
+    TrayStandIn mTray;
+    QRect mAvailable;
+    double mScale = 1.0;
+};
+
+void TestPageFaults::initTestCase()
+{
+    mMainWindow = new MainWindow();
+    QSignalSpy startPageDone(mMainWindow->indexWindow()->webView()->page(), &QWebPage::loadFinished);
+    mMainWindow->showInitialWindow();
+    mainWindowHolder::set(mMainWindow);
+    QVERIFY(StagedFolder::enter());
+    PopupTray::setInstance(&mTray);
+    if (startPageDone.isEmpty())
+        QVERIFY(startPageDone.wait(5000));
+    mAvailable = QGuiApplication::primaryScreen()->availableGeometry();
+    mScale = mMainWindow->getScaleFactor();
+}
+
+void TestPageFaults::cleanupTestCase()
+{
+    PopupTray::setInstance(nullptr);
+    delete mMainWindow;
+}
+
+void TestPageFaults::cleanup()
+{
+    manager()->closeAllNotificationWindows();
+    QTRY_COMPARE(manager()->notificationWindowCount(), 0);
+}
+
+void TestPageFaults::pageChosenSize_data()
+{
+    QTest::addColumn<int>("width");
+    QTest::addColumn<int>("height");
+    QTest::addColumn<QString>("through"); // the bridge call, or the popup's own resize
+    QTest::addColumn<QSize>("expected");  // 0: the largest, -1: the smallest
+
+    const QSize largest(0, 0), smallest(-1, -1);
+    for (const QString through : { QStringLiteral("launchQuickReply"), QStringLiteral("resizeWindow") }) {
+        const QByteArray name = through.toUtf8() + ": ";
+        QTest::newRow(name + "ordinary") << 300 << 200 << through << QSize(300, 200);
+        QTest::newRow(name + "100000 square") << 100000 << 100000 << through << largest;
+        QTest::newRow(name + "30000 square") << 30000 << 30000 << through << largest;
+        QTest::newRow(name + "int max") << 2147483647 << 2147483647 << through << largest;
+        QTest::newRow(name + "int min") << int(-2147483647 - 1) << int(-2147483647 - 1) << through << smallest;
+        QTest::newRow(name + "zero") << 0 << 0 << through << smallest;
+        QTest::newRow(name + "mixed") << -1 << 2147483647 << through << QSize(-1, 0);
+    }
+}
+
+void TestPageFaults::pageChosenSize()
+{
+    QFETCH(int, width);
+    QFETCH(int, height);
+    QFETCH(QString, through);
+    QFETCH(QSize, expected);
+
+    const auto side = [](int wanted, int largest) { return wanted == 0 ? largest : wanted == -1 ? 50 : wanted; };
+    const QSize want(side(expected.width(), largest().width()), side(expected.height(), largest().height()));
+    const QString json = QStringLiteral(R"({"key":"s","name":"Ann","message":"hi","sound":false})");
+    IndexWindow* page = mMainWindow->indexWindow();
+    if (through == QLatin1String("launchQuickReply")) {
+        QVERIFY(page->launchQuickReply(QStringLiteral("s"), json, width, height, QString()));
+    } else {
+        QVERIFY(page->launchQuickReply(QStringLiteral("s"), json, 300, 200, QString()));
+        NotificationWindow* window = manager()->getNotificationWindow(QStringLiteral("s"));
+        QVERIFY(window);
+        QTRY_VERIFY(evaluate(window, QStringLiteral("typeof qt")).toString() == QLatin1String("object"));
+        evaluate(window, QStringLiteral("qt.resizeWindow('s', %1, %2)").arg(width).arg(height));
+    }
+    NotificationWindow* window = manager()->getNotificationWindow(QStringLiteral("s"));
+    QVERIFY(window);
+    QCOMPARE(window->size(), QSize(int(want.width() * mScale), int(want.height() * mScale)));
+}
+
+// A payload is script in the popup; this one calls back into launchQuickReply through the main page
+// while the first call is still feeding the popup. Without a guard the program waits for itself for ever.
+void TestPageFaults::quickReplyCalledFromItsOwnPayload()
+{
+    mainPage()->evaluateJavaScript(QStringLiteral(
+        "window.reentered = null;"
+        "window.genericNativeNotificationButtonClickedCallbackHelper = function () {"
+        "  window.reentered = qtIndexWindow.launchQuickReply('t', '{}', 300, 200, ''); };"));
+    IndexWindow* page = mMainWindow->indexWindow();
+    QVERIFY(page->launchQuickReply(QStringLiteral("t"), QStringLiteral(R"({"key":"t","message":"one"})"), 300, 200, QString()));
+    NotificationWindow* window = manager()->getNotificationWindow(QStringLiteral("t"));
+    QVERIFY(window);
+    QTRY_VERIFY(evaluate(window, QStringLiteral("typeof processSecondJSONPayloadForAlreadyOpenedNotificationWindowHelper"))
+                    .toString() == QLatin1String("function"));
+
+    const QString payload = QStringLiteral("{}'); qt.genericNativeNotificationButtonClicked('{}'); ('");
+    QVERIFY(page->launchQuickReply(QStringLiteral("t"), payload, 300, 200, QString()));
+    QCOMPARE(mainPage()->evaluateJavaScript(QStringLiteral("window.reentered")).toBool(), true);
+    QCOMPARE(manager()->notificationWindowCount(), 1);
+}
+
+QTEST_MAIN(TestPageFaults)
+#include "tst_pagefaults.moc"
