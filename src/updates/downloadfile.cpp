@@ -10,11 +10,11 @@ namespace {
 const int longestNameBytes = 200;
 const int longestExtension = 16;
 
-bool isUnwanted(QChar c)
+bool isUnwanted(uint codePoint)
 {
-    const QChar::Category category = c.category();
+    const QChar::Category category = QChar::category(codePoint);
     return category == QChar::Other_Control || category == QChar::Other_Format || category == QChar::Other_Surrogate
-        || category == QChar::Other_NotAssigned || c == QChar(0xFFFD);
+        || category == QChar::Other_NotAssigned || codePoint == 0xFFFD;
 }
 
 bool taken(const QString& path)
@@ -26,7 +26,12 @@ bool taken(const QString& path)
 
 QString shortened(QString base, const QString& extension)
 {
-    while (!base.isEmpty() && (base + extension).toUtf8().size() > longestNameBytes)
+    while (!base.isEmpty() && (base + extension).toUtf8().size() > longestNameBytes) {
+        // A character beyond the 16-bit range goes whole, never half of it.
+        base.chop(base.size() > 1 && base.at(base.size() - 1).isLowSurrogate() ? 2 : 1);
+    }
+    // The cut may leave blanks at the end.
+    while (!base.isEmpty() && base.at(base.size() - 1).isSpace())
         base.chop(1);
     return base + extension;
 }
@@ -42,9 +47,9 @@ QString DownloadFile::sanitizedName(const QString& name, const QString& fallback
     // Only the last part counts: a folder part, either way round, is never followed.
     const int cut = qMax(name.lastIndexOf(QLatin1Char('/')), name.lastIndexOf(QLatin1Char('\\')));
     QString plain;
-    for (const QChar c : name.mid(cut + 1)) {
-        if (!isUnwanted(c))
-            plain.append(c);
+    for (const uint codePoint : name.mid(cut + 1).toUcs4()) {
+        if (!isUnwanted(codePoint))
+            plain.append(QString::fromUcs4(&codePoint, 1));
     }
     // No hidden files, and nothing that names the folder itself or its parent.
     plain = plain.trimmed();

@@ -27,10 +27,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (name.isEmpty() || name.startsWith(QLatin1Char('.')) || name.contains(QLatin1Char('/'))
             || name.contains(QLatin1Char('\\')) || name.toUtf8().size() > 200 || name != name.trimmed())
             abort();
-        for (const QChar c : name) {
-            if (c.category() == QChar::Other_Control || c.category() == QChar::Other_Format || c.isSurrogate())
+        for (const uint c : name.toUcs4()) {
+            if (QChar::category(c) == QChar::Other_Control || QChar::category(c) == QChar::Other_Format)
                 abort();
         }
+        // No half of a character: the name survives the file system's UTF-8 unchanged.
+        if (QString::fromUtf8(name.toUtf8()) != name)
+            abort();
         const QString joined = QDir::cleanPath(folder + QLatin1Char('/') + name);
         if (!joined.startsWith(folder + QLatin1Char('/')) || joined.mid(folder.size() + 1) != name)
             abort();

@@ -43,6 +43,11 @@ void TestDownloadFile::sanitizedName_data()
     QTest::newRow("long ASCII") << QString(300, 'a') + ".jpg" << QString(196, 'a') + ".jpg";
     // Two bytes each in UTF-8: 98 of them and ".jpg" make 200 bytes.
     QTest::newRow("long two-byte") << QString(300, QChar(0xe9)) + ".jpg" << QString(98, QChar(0xe9)) + ".jpg";
+    QTest::newRow("emoji stay") << QStringLiteral("\U0001F600 party.png") << QStringLiteral("\U0001F600 party.png");
+    // Four bytes each: 49 of them and ".png" make 200 bytes; none is cut in half.
+    QTest::newRow("long emoji") << QString(QStringLiteral("\U0001F600")).repeated(60) + ".png"
+                                << QString(QStringLiteral("\U0001F600")).repeated(49) + ".png";
+    QTest::newRow("cut ends at a blank") << QString(199, 'a') + ' ' + QString(10, 'b') << QString(199, 'a');
     // An "extension" of 30 characters is part of the name.
     QTest::newRow("long extension") << "a." + QString(250, 'b') << "a." + QString(198, 'b');
 }
