@@ -26,6 +26,8 @@ bool taken(const QString& path)
 
 QString shortened(QString base, const QString& extension)
 {
+    if ((base + extension).toUtf8().size() <= longestNameBytes)
+        return base + extension;
     while (!base.isEmpty() && (base + extension).toUtf8().size() > longestNameBytes) {
         // A character beyond the 16-bit range goes whole, never half of it.
         base.chop(base.size() > 1 && base.at(base.size() - 1).isLowSurrogate() ? 2 : 1);
