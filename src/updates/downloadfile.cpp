@@ -28,6 +28,10 @@ QString shortened(QString base, const QString& extension)
 {
     if ((base + extension).toUtf8().size() <= longestNameBytes)
         return base + extension;
+    // Every character takes a byte at least: a megabyte of name is cut at once, not one by one.
+    base.truncate(longestNameBytes);
+    if (!base.isEmpty() && base.at(base.size() - 1).isHighSurrogate())
+        base.chop(1);
     while (!base.isEmpty() && (base + extension).toUtf8().size() > longestNameBytes) {
         // A character beyond the 16-bit range goes whole, never half of it.
         base.chop(base.size() > 1 && base.at(base.size() - 1).isLowSurrogate() ? 2 : 1);

@@ -2,7 +2,12 @@
 // program from inside a call. None of it may hang the program or take the screen's worth of memory.
 #include <QtTest>
 
+#include <QDesktopServices>
+#include <QDialog>
 #include <QGraphicsWebView>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QMetaMethod>
 #include <QScreen>
 #include <QWebFrame>
 #include <QWebPage>
@@ -12,6 +17,7 @@
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 #include "notifications/popuptray.h"
+#include "platform/fileopener.h"
 #include "stagedfolder.h"
 #include "web/indexwindow.h"
 
@@ -26,6 +32,35 @@ struct TrayStandIn : PopupTray {
 NotificationWindowManager* manager()
 {
     return NotificationWindowManager::getInstance();
+}
+
+// Opening or showing a file, or an address in the browser, is recorded instead of done.
+struct NoDesktop : QObject, FileOpener {
+    Q_OBJECT
+public:
+    NoDesktop()
+    {
+        FileOpener::setInstance(this);
+        for (const char* scheme : { "http", "https", "file", "mailto", "ftp", "data", "javascript" })
+            QDesktopServices::setUrlHandler(QString::fromLatin1(scheme), this, "open");
+    }
+    ~NoDesktop() override { FileOpener::setInstance(nullptr); }
+    void openFile(const QString&) override {}
+    void showInFolder(const QString&) override {}
+public slots:
+    void open(const QUrl&) {}
+};
+
+qint64 residentKb()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    }
+    return 0;
 }
 
 QVariant evaluate(NotificationWindow* window, const QString& script)
@@ -45,6 +80,8 @@ private slots:
     void pageChosenSize_data();
     void pageChosenSize();
     void quickReplyCalledFromItsOwnPayload();
+    void everyBridgeSlot_data();
+    void everyBridgeSlot();
 
 private:
     QWebFrame* mainPage() const { return mMainWindow->indexWindow()->webView()->page()->mainFrame(); }
@@ -147,6 +184,65 @@ void TestPageFaults::quickReplyCalledFromItsOwnPayload()
     QVERIFY(page->launchQuickReply(QStringLiteral("t"), payload, 300, 200, QString()));
     QCOMPARE(mainPage()->evaluateJavaScript(QStringLiteral("window.reentered")).toBool(), true);
     QCOMPARE(manager()->notificationWindowCount(), 1);
+}
+
+void TestPageFaults::everyBridgeSlot_data()
+{
+    QTest::addColumn<QString>("text");   // a script expression for every text argument
+    QTest::addColumn<QString>("number"); // and for every number
+
+    QTest::newRow("quotes") << R"("'\"); alert(1); //\\")" << "1";
+    QTest::newRow("end of script") << R"("</script><script>qtIndexWindow.log('x')</script>")" << "0";
+    QTest::newRow("NUL inside") << R"("a\u0000b\u0000")" << "-1";
+    QTest::newRow("megabyte") << "new Array(1048577).join('\\'')" << "2147483647";
+    QTest::newRow("largest numbers") << R"("9".repeat(400))" << "-2147483648";
+    QTest::newRow("not numbers") << "null" << "NaN";
+    QTest::newRow("huge numbers") << R"("")" << "1e300";
+    QTest::newRow("objects") << "({toString: function () { return '../../.bashrc'; }})" << "-1e300";
+}
+
+// Every slot the page can reach, called from the page's script with hostile arguments: each call
+// returns, the program stays up, and its memory stays within bounds.
+void TestPageFaults::everyBridgeSlot()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, number);
+
+    NoDesktop desktop;
+    // Whatever a slot opens modally is dismissed, as a user would.
+    QTimer dismiss;
+    connect(&dismiss, &QTimer::timeout, [] {
+        if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget()))
+            dialog->reject();
+    });
+    dismiss.start(50);
+
+    const QMetaObject* meta = &IndexWindow::staticMetaObject;
+    const qint64 before = residentKb();
+    QStringList called;
+    for (int i = meta->methodOffset(); i < meta->methodCount(); ++i) {
+        const QMetaMethod method = meta->method(i);
+        if (method.access() != QMetaMethod::Public || method.methodType() != QMetaMethod::Slot)
+            continue;
+        QStringList arguments;
+        for (const QByteArray& type : method.parameterTypes())
+            arguments << (type == "int" || type == "long" || type == "double" ? number : type == "bool" ? "true" : text);
+        const QString call = QStringLiteral("qtIndexWindow['%1'](%2)")
+                                 .arg(QString::fromLatin1(method.methodSignature()), arguments.join(QLatin1Char(',')));
+        QElapsedTimer clock;
+        clock.start();
+        mainPage()->evaluateJavaScript(QStringLiteral("try { %1; } catch (e) {}").arg(call));
+        QVERIFY2(clock.elapsed() < 20000, qPrintable(call.left(200)));
+        called << QString::fromLatin1(method.name());
+    }
+    QVERIFY(called.contains(QStringLiteral("downloadFile")) && called.contains(QStringLiteral("launchQuickReply")));
+    manager()->closeAllNotificationWindows();
+    QTRY_COMPARE(manager()->notificationWindowCount(), 0);
+    // A page-sized popup took gigabytes; a row of calls may cost a few copies of a megabyte.
+    const qint64 grown = residentKb() - before;
+    QVERIFY2(grown < 300 * 1024, qPrintable(QStringLiteral("%1 kB more").arg(grown)));
+    // The page is still there to answer.
+    QCOMPARE(mainPage()->evaluateJavaScript(QStringLiteral("1 + 1")).toInt(), 2);
 }
 
 QTEST_MAIN(TestPageFaults)

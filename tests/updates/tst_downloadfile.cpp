@@ -47,6 +47,7 @@ void TestDownloadFile::sanitizedName_data()
     // Four bytes each: 49 of them and ".png" make 200 bytes; none is cut in half.
     QTest::newRow("long emoji") << QString(QStringLiteral("\U0001F600")).repeated(60) + ".png"
                                 << QString(QStringLiteral("\U0001F600")).repeated(49) + ".png";
+    QTest::newRow("megabyte") << QString(1 << 20, 'a') << QString(200, 'a');
     QTest::newRow("blanks before the extension stay") << "a  .png" << "a  .png";
     QTest::newRow("cut ends at a blank") << QString(199, 'a') + ' ' + QString(10, 'b') << QString(199, 'a');
     // An "extension" of 30 characters is part of the name.
