@@ -1,4 +1,5 @@
 #include "mediadownloaderdialog.h"
+#include "ui_mediadownloaderdialog.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -26,16 +27,11 @@ QString firstDownloadLocation()
 {
     return QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0);
 }
-
-void moveLeftEdge(QWidget* widget, int left)
-{
-    const QRect rect = widget->geometry();
-    widget->setGeometry(left, rect.y(), rect.width(), rect.height());
-}
 } // namespace
 
 MediaDownloaderDialog::MediaDownloaderDialog(QWidget* parent)
     : QDialog(parent)
+    , ui(new Ui::MediaDownloaderDialog)
     , mCurrentDownload(nullptr)
     , mDownloadCompleted(false)
     , mFileSize(0)
@@ -44,39 +40,17 @@ MediaDownloaderDialog::MediaDownloaderDialog(QWidget* parent)
     , mReceivedBytes(false)
     , mOpenFile(false)
 {
-    setObjectName(QStringLiteral("MediaDownloaderDialog"));
-    resize(320, 107);
-    setWindowTitle(tr("Kestrelgap"));
+    ui->setupUi(this);
     setWindowIcon(QIcon());
     setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
-
-    download_progress = new QProgressBar(this);
-    download_progress->setObjectName(QStringLiteral("download_progress"));
-    download_progress->setGeometry(QRect(QPoint(20, 40), QPoint(300, 62)));
-    download_progress->setMaximum(100);
-    download_progress->setValue(0);
-
-    download_label = new QLabel(tr("Download in progress..."), this);
-    download_label->setObjectName(QStringLiteral("download_label"));
-    download_label->setGeometry(QRect(QPoint(20, 10), QPoint(270, 25)));
-
-    download_cancel = new QPushButton(tr("Cancel"), this);
-    download_cancel->setObjectName(QStringLiteral("download_cancel"));
-    download_cancel->setGeometry(QRect(QPoint(100, 70), QPoint(220, 101)));
-
-    download_show = new QPushButton(this);
-    download_show->setObjectName(QStringLiteral("download_show"));
-    download_show->setGeometry(QRect(QPoint(0, 70), QPoint(120, 101)));
+    download_progress = ui->download_progress;
+    download_label = ui->download_label;
+    download_cancel = ui->download_cancel;
+    download_show = ui->download_show;
+    download_open = ui->download_open;
+    download_complete = ui->download_complete;
     // The blanks widen the button.
     download_show->setText(QStringLiteral("    ") + tr("Show in Folder") + QStringLiteral("   "));
-
-    download_open = new QPushButton(tr("Open"), this);
-    download_open->setObjectName(QStringLiteral("download_open"));
-    download_open->setGeometry(QRect(QPoint(210, 70), QPoint(330, 101)));
-
-    download_complete = new QLabel(tr("Download Complete"), this);
-    download_complete->setObjectName(QStringLiteral("download_complete"));
-    download_complete->setGeometry(QRect(QPoint(20, 40), QPoint(160, 55)));
 
     connect(download_cancel, &QPushButton::clicked, this, &MediaDownloaderDialog::cancelButtonClicked);
     connect(download_open, &QPushButton::clicked, this, &MediaDownloaderDialog::openButtonClicked);
@@ -126,9 +100,7 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
 
     download_label->setText(mMediaDownloadedFilename);
     download_complete->hide();
-    download_label->adjustSize();
-
-    moveLeftEdge(download_cancel, (width() - download_cancel->width()) / 2);
+    download_cancel->show();
     download_open->hide();
     download_show->hide();
     adjustSize();
@@ -291,7 +263,6 @@ void MediaDownloaderDialog::downloadFinished()
         openButtonClicked();
     } else {
         mMediaDownloadedPath = saved;
-        download_label->adjustSize();
         download_cancel->hide();
         download_progress->hide();
         download_complete->show();
@@ -301,11 +272,9 @@ void MediaDownloaderDialog::downloadFinished()
         MainWindow* mainWindow = mainWindowHolder::get();
         const double osScaleFactor = mainWindow ? mainWindow->getOsScaleFactor() : 1.0;
         const int spacing = int(osScaleFactor * 8.0);
-        const int totalButtonWidth = spacing + download_show->width() + download_open->width();
+        ui->download_buttons->setSpacing(spacing);
+        const int totalButtonWidth = spacing + download_show->sizeHint().width() + download_open->sizeHint().width();
         Logger::Info(logModule, QStringLiteral("[downloadfinished] - totalButtonWidth=") + QString::number(totalButtonWidth));
-        const int left = (width() - totalButtonWidth) / 2;
-        moveLeftEdge(download_show, left);
-        moveLeftEdge(download_open, left + download_show->width() + spacing);
         download_open->setFocus(Qt::OtherFocusReason);
         adjustSize();
     }

@@ -10,11 +10,17 @@
 
 #include "updates/downloadfile.h"
 
+#include <memory>
+
 class QLabel;
 class QNetworkReply;
 class QProgressBar;
 class QPushButton;
 class QTimer;
+
+namespace Ui {
+class MediaDownloaderDialog;
+}
 
 // Saves a picture or video of a message with the user's cookies, then opens it or offers to.
 // The percentage follows the size the page announced, not the server's. Two retries.
@@ -61,6 +67,7 @@ private:
     // A finished reply that brought no usable file: the retry rule, then the error box.
     void rejectFinishedBody();
 
+    std::unique_ptr<Ui::MediaDownloaderDialog> ui;
     QProgressBar* download_progress;
     QLabel* download_label;
     QPushButton* download_cancel;

@@ -1,4 +1,5 @@
 #include "updatedownloaderdialog.h"
+#include "ui_updatedownloaderdialog.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -34,34 +35,25 @@ QString flagTag(const QString& tag, bool flag)
 
 UpdateDownloaderDialog::UpdateDownloaderDialog(QWidget* parent)
     : QDialog(parent)
+    , ui(new Ui::UpdateDownloaderDialog)
     , mCurrentDownload(nullptr)
     , mDownloadCompleted(false)
     , mRetryCount(1)
     , timer(new QTimer(this))
     , mReceivedBytes(false)
 {
-    setObjectName(QStringLiteral("UpdateDownloaderDialog"));
-    resize(291, 109);
-    setWindowTitle(tr("Update"));
+    ui->setupUi(this);
     setWindowIcon(QIcon());
     setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
-
-    update_download_label = new QLabel(tr("Download in progress..."), this);
-    update_download_label->setObjectName(QStringLiteral("update_download_label"));
-    update_download_label->setGeometry(QRect(QPoint(20, 10), QPoint(270, 25)));
-
-    update_download_progress_bar = new QProgressBar(this);
-    update_download_progress_bar->setObjectName(QStringLiteral("update_download_progress_bar"));
-    update_download_progress_bar->setGeometry(QRect(QPoint(20, 40), QPoint(270, 62)));
-    update_download_progress_bar->setValue(0);
-
-    update_download_cancel_button = new QPushButton(tr("Cancel"), this);
-    update_download_cancel_button->setObjectName(QStringLiteral("update_download_cancel_button"));
-    update_download_cancel_button->setGeometry(QRect(QPoint(90, 70), QPoint(203, 101)));
+    update_download_label = ui->update_download_label;
+    update_download_progress_bar = ui->update_download_progress_bar;
+    update_download_cancel_button = ui->update_download_cancel_button;
 
     connect(update_download_cancel_button, &QPushButton::clicked, this, &UpdateDownloaderDialog::cancelButtonClicked);
     connect(timer, &QTimer::timeout, this, &UpdateDownloaderDialog::timeout);
 }
+
+UpdateDownloaderDialog::~UpdateDownloaderDialog() = default;
 
 QString UpdateDownloaderDialog::saveFileName(QUrl url)
 {

@@ -10,11 +10,17 @@
 
 #include "updates/downloadfile.h"
 
+#include <memory>
+
 class QLabel;
 class QNetworkReply;
 class QProgressBar;
 class QPushButton;
 class QTimer;
+
+namespace Ui {
+class UpdateDownloaderDialog;
+}
 
 // Downloads the installer of a newer version into the user's download folder, then hands over to
 // it. An attempt that brings no byte within the watchdog's time is abandoned; one retry follows.
@@ -24,6 +30,7 @@ class UpdateDownloaderDialog : public QDialog
 
 public:
     explicit UpdateDownloaderDialog(QWidget* parent = nullptr);
+    ~UpdateDownloaderDialog() override;
 
     void startDownload(QUrl downloadUrl);
 
@@ -51,6 +58,7 @@ private:
     // The disk refused the body: ends the attempt with the error box; a cut installer never runs.
     void abandonUnwritableFile();
 
+    std::unique_ptr<Ui::UpdateDownloaderDialog> ui;
     QProgressBar* update_download_progress_bar;
     QPushButton* update_download_cancel_button;
     QLabel* update_download_label;
