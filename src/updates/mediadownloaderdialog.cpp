@@ -1,8 +1,6 @@
 #include "mediadownloaderdialog.h"
 #include "ui_mediadownloaderdialog.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <QIcon>
 #include <QLabel>
 #include <QMessageBox>
@@ -98,7 +96,10 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
     }
     mMediaDownloadedFilename = name + extension;
 
-    download_label->setText(mMediaDownloadedFilename);
+    // A long name is shortened in the middle rather than stretching the dialog across the screen.
+    download_label->setText(download_label->fontMetrics().elidedText(
+        mMediaDownloadedFilename, Qt::ElideMiddle, download_label->fontMetrics().averageCharWidth() * 60));
+    download_label->setToolTip(mMediaDownloadedFilename);
     download_complete->hide();
     download_cancel->show();
     download_open->hide();
