@@ -6,12 +6,12 @@
 #
 # Usage: scripts/fuzz.sh [--seconds N] [target...]     (default: 60 seconds, every target)
 #   targets: simplecrypt cookiestream singleinstance properties allowedurls versioncheck
-#            notificationtext
+#            notificationtext downloadname cappedreader settings cookieini
 #   Reproduce a finding: build-fuzz/tests/fuzz/fuzz_<target> build-fuzz/artifacts/<file>
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 build="${KESTRELGAP_FUZZ_BUILD_DIR:-$here/build-fuzz}"
-all_targets="simplecrypt cookiestream singleinstance properties allowedurls versioncheck notificationtext"
+all_targets="simplecrypt cookiestream singleinstance properties allowedurls versioncheck notificationtext downloadname cappedreader settings cookieini"
 
 seconds=60
 targets=()

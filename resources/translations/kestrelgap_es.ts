@@ -367,6 +367,29 @@ Panel de control &gt; Sonido &gt; Sonidos &gt; Eventos de programa &gt; Notifica
     </message>
 </context>
 <context>
+    <name>UpdateHandOver</name>
+    <message>
+        <source>The update was not downloaded completely.</source>
+        <translation>La actualización no se descargó por completo.</translation>
+    </message>
+    <message>
+        <source>The update is a Debian package, and this system has no package installer that can be asked from here. Install %1 with your package manager.</source>
+        <translation>La actualización es un paquete Debian, y este sistema no tiene un instalador de paquetes al que se pueda pedir desde aquí. Instale %1 con su gestor de paquetes.</translation>
+    </message>
+    <message>
+        <source>Kestrelgap was installed by your system&apos;s package manager, and this update can&apos;t replace it. Update Kestrelgap with your package manager.</source>
+        <translation>Kestrelgap se instaló con el gestor de paquetes del sistema, y esta actualización no puede sustituirlo. Actualice Kestrelgap con su gestor de paquetes.</translation>
+    </message>
+    <message>
+        <source>The downloaded update is no program this system can run.</source>
+        <translation>La actualización descargada no es un programa que este sistema pueda ejecutar.</translation>
+    </message>
+    <message>
+        <source>The update could not be installed. Kestrelgap goes on running in its current version.</source>
+        <translation>No se pudo instalar la actualización. Kestrelgap sigue funcionando en su versión actual.</translation>
+    </message>
+</context>
+<context>
     <name>WinMenuBarIcon</name>
     <message>
         <source>Close All Popup Windows</source>

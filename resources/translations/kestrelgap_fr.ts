@@ -367,6 +367,29 @@ Panneau de configuration &gt; Son &gt; Sons &gt; Événements &gt; Notification 
     </message>
 </context>
 <context>
+    <name>UpdateHandOver</name>
+    <message>
+        <source>The update was not downloaded completely.</source>
+        <translation>La mise à jour n&apos;a pas été téléchargée entièrement.</translation>
+    </message>
+    <message>
+        <source>The update is a Debian package, and this system has no package installer that can be asked from here. Install %1 with your package manager.</source>
+        <translation>La mise à jour est un paquet Debian, et ce système n&apos;a pas d&apos;installateur de paquets accessible d&apos;ici. Installez %1 avec votre gestionnaire de paquets.</translation>
+    </message>
+    <message>
+        <source>Kestrelgap was installed by your system&apos;s package manager, and this update can&apos;t replace it. Update Kestrelgap with your package manager.</source>
+        <translation>Kestrelgap a été installé par le gestionnaire de paquets de votre système, et cette mise à jour ne peut pas le remplacer. Mettez Kestrelgap à jour avec votre gestionnaire de paquets.</translation>
+    </message>
+    <message>
+        <source>The downloaded update is no program this system can run.</source>
+        <translation>La mise à jour téléchargée n&apos;est pas un programme que ce système peut exécuter.</translation>
+    </message>
+    <message>
+        <source>The update could not be installed. Kestrelgap goes on running in its current version.</source>
+        <translation>La mise à jour n&apos;a pas pu être installée. Kestrelgap continue de fonctionner dans sa version actuelle.</translation>
+    </message>
+</context>
+<context>
     <name>WinMenuBarIcon</name>
     <message>
         <source>Close All Popup Windows</source>

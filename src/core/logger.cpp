@@ -19,46 +19,48 @@ void Logger::toDebugOutput(const char* levelName, const QString& module, const Q
 
 void Logger::logGated(const QString& module, QLogger::LogLevel level, const QString& message)
 {
-    if (!isLoggingEnabled())
-        return;
     const QString key = module + QLogger::levelSuffix(level);
     setUp(key, level);
     QLogger::QLog_(key, level, message);
 }
 
+void Logger::line(const char* levelName, const QString& module, QLogger::LogLevel level, const QString& message)
+{
+    if (!isLoggingEnabled())
+        return;
+    logGated(module, level, message);
+    toDebugOutput(levelName, module, message);
+}
+
 void Logger::Trace(const QString& module, const QString& message)
 {
-    logGated(module, QLogger::TraceLevel, message);
-    toDebugOutput("Trace", module, message);
+    line("Trace", module, QLogger::TraceLevel, message);
 }
 
 void Logger::Debug(const QString& module, const QString& message)
 {
-    toDebugOutput("Debug", module, message);
+    if (isLoggingEnabled())
+        toDebugOutput("Debug", module, message);
 }
 
 void Logger::Info(const QString& module, const QString& message)
 {
-    logGated(module, QLogger::InfoLevel, message);
-    toDebugOutput("Info", module, message);
+    line("Info", module, QLogger::InfoLevel, message);
 }
 
 void Logger::Warn(const QString& module, const QString& message)
 {
-    logGated(module, QLogger::WarnLevel, message);
-    toDebugOutput("Warn", module, message);
+    line("Warn", module, QLogger::WarnLevel, message);
 }
 
 void Logger::Error(const QString& module, const QString& message)
 {
-    logGated(module, QLogger::ErrorLevel, message);
-    toDebugOutput("Error", module, message);
+    line("Error", module, QLogger::ErrorLevel, message);
 }
 
 void Logger::Fatal(const QString& module, const QString& message)
 {
-    logGated(module, QLogger::FatalLevel, message);
-    toDebugOutput("Fatal", module, message);
+    line("Fatal", module, QLogger::FatalLevel, message);
 }
 
 void Logger::setUp(const QString& module, const QLogger::LogLevel& level)

@@ -4,8 +4,9 @@
 
 #include "qloggerlevel.h"
 
-// Static front end of the log. Every line reaches the debug output; all levels but Debug
-// also reach the shared log file while the user has logging switched on.
+// Static front end of the log. While the user has logging switched on, every line reaches the
+// debug output and all levels but Debug the shared log file. Off, nothing does: lines carry
+// message texts, names and numbers, and a desktop session keeps a program's stderr in its journal.
 class Logger
 {
 public:
@@ -24,5 +25,6 @@ public:
 
 private:
     static void logGated(const QString& module, QLogger::LogLevel level, const QString& message);
+    static void line(const char* levelName, const QString& module, QLogger::LogLevel level, const QString& message);
     static void toDebugOutput(const char* levelName, const QString& module, const QString& message);
 };

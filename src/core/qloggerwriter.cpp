@@ -38,8 +38,12 @@ void QLoggerWriter::write(const QString& module, const QString& message)
     bool renamed = false;
     if (file.size() >= rotationSize) {
         newName = rotatedName(m_fileDestination, QDateTime::currentDateTime());
-        // Two rotations within one second collide here; the rename fails and we keep appending.
+        // A second rotation within the same second gets a counted name rather than no rotation.
+        for (int n = 2; QFile::exists(newName) && n < 100; ++n)
+            newName = rotatedName(m_fileDestination, QDateTime::currentDateTime()).chopped(4) + QStringLiteral("_%1.log").arg(n);
         renamed = QFile::rename(m_fileDestination, newName);
+        if (renamed)
+            pruneRotated();
     }
 
     file.setFileName(m_fileDestination);
@@ -51,8 +55,22 @@ void QLoggerWriter::write(const QString& module, const QString& message)
     const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("dd-MM-yyyy hh:mm:ss.zzz"));
     if (renamed)
         out << QStringLiteral("%1 - Previuous log %2\n").arg(stamp, newName);
-    out << QStringLiteral("[%1] [%2] [%3] %4\n").arg(stamp, levelToText(m_level), module, message);
+    // A page can log megabytes in one line; the cut keeps rotation and the folder's bound meaningful.
+    const QString line = message.size() > longestLine
+        ? message.left(longestLine) + QStringLiteral(" [cut, %1 characters]").arg(message.size())
+        : message;
+    out << QStringLiteral("[%1] [%2] [%3] %4\n").arg(stamp, levelToText(m_level), module, line);
     file.close();
+}
+
+void QLoggerWriter::pruneRotated() const
+{
+    const QFileInfo current(m_fileDestination);
+    const QString pattern = current.completeBaseName() + QStringLiteral("_*__*.log");
+    // Newest first by time of change: the names' day-month-year order doesn't sort.
+    const QFileInfoList rotated = current.dir().entryInfoList({ pattern }, QDir::Files, QDir::Time);
+    for (int i = keptRotations; i < rotated.size(); ++i)
+        QFile::remove(rotated.at(i).absoluteFilePath());
 }
 
 } // namespace QLogger

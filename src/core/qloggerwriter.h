@@ -20,10 +20,16 @@ public:
     void write(const QString& module, const QString& message);
 
     static constexpr qint64 rotationSize = 1048576;
+    // Rotated files kept beside the current one; older ones go. With lines cut at longestLine the
+    // folder stays within (keptRotations + 1) * (rotationSize + longestLine).
+    static constexpr int keptRotations = 5;
+    static constexpr int longestLine = 64 * 1024;
 
 private:
     // Name the full file takes when it is rotated: "kg.log" becomes "kg_dd_MM_yy__hh_mm_ss.log".
     static QString rotatedName(const QString& fileDestination, const QDateTime& when);
+    // Removes all but the newest keptRotations rotated files of this log.
+    void pruneRotated() const;
 
     QString m_fileDestination;
     LogLevel m_level;

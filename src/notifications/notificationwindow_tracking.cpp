@@ -90,6 +90,9 @@ void NotificationWindow::resizeWindow(QString notificationId, int width, int hei
 {
     Logger::Info(logModule, QStringLiteral("[resizeWindow] id=%1, width=%2, height=%3")
             .arg(notificationId).arg(width).arg(height));
+    const QSize bounded = NotificationWindowManager::boundedPopupSize(width, height);
+    width = bounded.width();
+    height = bounded.height();
     const double scale = NotificationWindowManager::scaleFactor();
     const int scaledWidth = int(width * scale);
     const int scaledHeight = int(height * scale);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMutex>
+#include <QSize>
 #include <QString>
 
 class NotificationWindow;
@@ -72,6 +73,9 @@ public:
     // The two zooms in force: popup sizes follow the user's zoom, margins follow the screen.
     static double scaleFactor();
     static double osScaleFactor();
+    // A size the page asks for, held between a small minimum and what fits the free area at the
+    // zoom in force, so that no arithmetic on it can overflow and no popup outgrows the screen.
+    static QSize boundedPopupSize(int width, int height);
 
 private:
     NotificationWindowManager() = default;

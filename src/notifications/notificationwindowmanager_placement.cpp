@@ -50,8 +50,23 @@ void showFocused(NotificationWindow* window)
 }
 }
 
+QSize NotificationWindowManager::boundedPopupSize(int width, int height)
+{
+    const int smallest = 50;
+    QRect available = primaryAvailableGeometry();
+    if (available.isEmpty())
+        available = QRect(0, 0, 4096, 4096);
+    const double zoom = qBound(0.1, scaleFactor(), 10.0);
+    const int widest = qMax(smallest, int(available.width() / zoom));
+    const int tallest = qMax(smallest, int(available.height() / zoom));
+    return QSize(qBound(smallest, width, widest), qBound(smallest, height, tallest));
+}
+
 NotificationWindow* NotificationWindowManager::createNotificationWindow(QString key, QString json, int width, int height)
 {
+    const QSize bounded = boundedPopupSize(width, height);
+    width = bounded.width();
+    height = bounded.height();
     const QString widgetType = key.startsWith(QLatin1String(PopupKind::composeNewWindow))
         ? QString::fromLatin1(PopupKind::composeNewWindow)
         : QString::fromLatin1(PopupKind::notificationWindow);

@@ -1,5 +1,6 @@
 #include "updatehandover.h"
 
+#include <QCoreApplication>
 #include <QProcess>
 
 #include "core/logger.h"
@@ -23,13 +24,19 @@ public:
                     + QStringLiteral(", ") + process->errorString());
         });
         // Normally the script ends this process first; an end we live to see means it failed.
-        QObject::connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), process,
-            [process](int exitCode) {
+        QObject::connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), owner,
+            [process, owner](int exitCode) {
                 Logger::Error(logModule, QStringLiteral("[start] - script ended, exitCode=") + QString::number(exitCode)
                         + QStringLiteral(", output=") + QString::fromLocal8Bit(process->readAll()));
+                // A package that didn't go in (the prompt refused, the package broken) leaves us running.
+                QMetaObject::invokeMethod(owner, "handOverFailed", Qt::QueuedConnection,
+                    Q_ARG(QString, QCoreApplication::translate("UpdateHandOver",
+                        "The update could not be installed. Kestrelgap goes on running in its current version.")));
             });
         Logger::Info(logModule, QStringLiteral("[start] - folder=") + programFolder);
-        process->start(QStringLiteral("/bin/sh"), { scriptName(), pid, installer, volume }, QIODevice::ReadWrite);
+        // The last argument is what the script starts again once the installer is done.
+        process->start(QStringLiteral("/bin/sh"),
+            { scriptName(), pid, installer, volume, QCoreApplication::applicationFilePath() }, QIODevice::ReadWrite);
     }
 };
 } // namespace

@@ -1,7 +1,6 @@
 #include "mediadownloaderdialog.h"
+#include "ui_mediadownloaderdialog.h"
 
-#include <QDir>
-#include <QFileInfo>
 #include <QIcon>
 #include <QLabel>
 #include <QMessageBox>
@@ -11,8 +10,6 @@
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QTimer>
-
-#include <cstdio>
 
 #include "core/logger.h"
 #include "core/windowholders.h"
@@ -28,16 +25,11 @@ QString firstDownloadLocation()
 {
     return QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0);
 }
-
-void moveLeftEdge(QWidget* widget, int left)
-{
-    const QRect rect = widget->geometry();
-    widget->setGeometry(left, rect.y(), rect.width(), rect.height());
-}
 } // namespace
 
 MediaDownloaderDialog::MediaDownloaderDialog(QWidget* parent)
     : QDialog(parent)
+    , ui(new Ui::MediaDownloaderDialog)
     , mCurrentDownload(nullptr)
     , mDownloadCompleted(false)
     , mFileSize(0)
@@ -46,39 +38,17 @@ MediaDownloaderDialog::MediaDownloaderDialog(QWidget* parent)
     , mReceivedBytes(false)
     , mOpenFile(false)
 {
-    setObjectName(QStringLiteral("MediaDownloaderDialog"));
-    resize(320, 107);
-    setWindowTitle(tr("Kestrelgap"));
+    ui->setupUi(this);
     setWindowIcon(QIcon());
     setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
-
-    download_progress = new QProgressBar(this);
-    download_progress->setObjectName(QStringLiteral("download_progress"));
-    download_progress->setGeometry(QRect(QPoint(20, 40), QPoint(300, 62)));
-    download_progress->setMaximum(100);
-    download_progress->setValue(0);
-
-    download_label = new QLabel(tr("Download in progress..."), this);
-    download_label->setObjectName(QStringLiteral("download_label"));
-    download_label->setGeometry(QRect(QPoint(20, 10), QPoint(270, 25)));
-
-    download_cancel = new QPushButton(tr("Cancel"), this);
-    download_cancel->setObjectName(QStringLiteral("download_cancel"));
-    download_cancel->setGeometry(QRect(QPoint(100, 70), QPoint(220, 101)));
-
-    download_show = new QPushButton(this);
-    download_show->setObjectName(QStringLiteral("download_show"));
-    download_show->setGeometry(QRect(QPoint(0, 70), QPoint(120, 101)));
+    download_progress = ui->download_progress;
+    download_label = ui->download_label;
+    download_cancel = ui->download_cancel;
+    download_show = ui->download_show;
+    download_open = ui->download_open;
+    download_complete = ui->download_complete;
     // The blanks widen the button.
     download_show->setText(QStringLiteral("    ") + tr("Show in Folder") + QStringLiteral("   "));
-
-    download_open = new QPushButton(tr("Open"), this);
-    download_open->setObjectName(QStringLiteral("download_open"));
-    download_open->setGeometry(QRect(QPoint(210, 70), QPoint(330, 101)));
-
-    download_complete = new QLabel(tr("Download Complete"), this);
-    download_complete->setObjectName(QStringLiteral("download_complete"));
-    download_complete->setGeometry(QRect(QPoint(20, 40), QPoint(160, 55)));
 
     connect(download_cancel, &QPushButton::clicked, this, &MediaDownloaderDialog::cancelButtonClicked);
     connect(download_open, &QPushButton::clicked, this, &MediaDownloaderDialog::openButtonClicked);
@@ -106,7 +76,7 @@ void MediaDownloaderDialog::setDownloadDirectory(QString downloadDirectory)
 
 QString MediaDownloaderDialog::downloadedPath() const
 {
-    return mMediaDownloadedPath;
+    return mOutput.isOpen() ? mOutput.path() : mMediaDownloadedPath;
 }
 
 void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString type, bool openFile)
@@ -115,37 +85,40 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
     mType = type;
     mOpenFile = openFile;
 
+    // The page names the file: only a plain name in the chosen folder is ever written.
+    const QString name = DownloadFile::sanitizedName(fileName);
     QString extension;
-    if (!fileName.contains(QLatin1Char('.'))) {
+    if (!name.contains(QLatin1Char('.'))) {
         if (type.startsWith(QLatin1String("image")))
             extension = QStringLiteral(".jpg");
         else if (type.startsWith(QLatin1String("video")))
             extension = QStringLiteral(".mp4");
     }
-    mMediaDownloadedFilename = fileName + extension;
+    mMediaDownloadedFilename = name + extension;
 
-    download_label->setText(mMediaDownloadedFilename);
+    // A long name is shortened in the middle rather than stretching the dialog across the screen.
+    download_label->setText(download_label->fontMetrics().elidedText(
+        mMediaDownloadedFilename, Qt::ElideMiddle, download_label->fontMetrics().averageCharWidth() * 60));
+    download_label->setToolTip(mMediaDownloadedFilename);
     download_complete->hide();
-    download_label->adjustSize();
-
-    moveLeftEdge(download_cancel, (width() - download_cancel->width()) / 2);
+    download_cancel->show();
     download_open->hide();
     download_show->hide();
     adjustSize();
 
     if (mDownloadDirectory.isEmpty())
         mDownloadDirectory = firstDownloadLocation();
-    mMediaDownloadedPath = mDownloadDirectory + QStringLiteral("/") + mMediaDownloadedFilename;
+    mMediaDownloadedPath = DownloadFile::freePath(mDownloadDirectory, mMediaDownloadedFilename);
     Logger::Info(logModule, QStringLiteral("[startDownload] - url=") + url.toString() + QStringLiteral(", path=")
             + mMediaDownloadedPath + QStringLiteral(", retry=") + QString::number(mRetryCount));
 
-    // A fresh account may not have its download folder yet.
-    QDir().mkpath(mDownloadDirectory);
-    mOutput.setFileName(mMediaDownloadedPath);
-    if (!mOutput.open(QIODevice::WriteOnly)) {
-        fprintf(stderr, "Problem opening save file '%s' for download '%s': %s\n", qPrintable(mMediaDownloadedPath),
-            url.toEncoded().constData(), qPrintable(mOutput.errorString()));
-        Logger::Error(logModule, QStringLiteral("[startDownload] - cannot open ") + mMediaDownloadedPath
+    if (!DownloadFile::isDownloadable(url)) {
+        Logger::Error(logModule, QStringLiteral("[startDownload] - refused source ") + url.scheme());
+        QMetaObject::invokeMethod(this, &MediaDownloaderDialog::displayDownloadError, Qt::QueuedConnection);
+        return;
+    }
+    if (!mOutput.open(mDownloadDirectory, mMediaDownloadedFilename)) {
+        Logger::Error(logModule, QStringLiteral("[startDownload] - cannot open a file in ") + mDownloadDirectory
                 + QStringLiteral(": ") + mOutput.errorString());
         return;
     }
@@ -168,16 +141,15 @@ void MediaDownloaderDialog::startDownload(QUrl url, QString fileName, QString ty
 
 void MediaDownloaderDialog::downloadReadyRead()
 {
-    if (!mCurrentDownload)
+    if (!mCurrentDownload || !mOutput.isOpen())
         return;
-    const QByteArray chunk = mCurrentDownload->readAll();
-    if (mOutput.write(chunk) != chunk.size())
+    if (!mOutput.write(mCurrentDownload->readAll()))
         abandonUnwritableFile();
 }
 
 void MediaDownloaderDialog::abandonUnwritableFile()
 {
-    Logger::Error(logModule, QStringLiteral("[abandonUnwritableFile] - cannot write ") + mMediaDownloadedPath
+    Logger::Error(logModule, QStringLiteral("[abandonUnwritableFile] - cannot write ") + mOutput.path()
             + QStringLiteral(": ") + mOutput.errorString());
     // A full or failing disk does not recover within a retry's few seconds, and a cut file must not
     // be offered as the picture: the attempt ends here, with the error box.
@@ -187,9 +159,17 @@ void MediaDownloaderDialog::abandonUnwritableFile()
         mCurrentDownload->abort();
         mCurrentDownload->deleteLater();
     }
-    mOutput.close();
-    mOutput.remove();
+    mOutput.discard();
     QMetaObject::invokeMethod(this, &MediaDownloaderDialog::displayDownloadError, Qt::QueuedConnection);
+}
+
+void MediaDownloaderDialog::rejectFinishedBody()
+{
+    Logger::Error(logModule, QStringLiteral("[downloadFinished] - not saved: ") + mOutput.errorString());
+    if (mRetryCount <= 2)
+        doRetryOrDisplayError();
+    else
+        displayDownloadError();
 }
 
 void MediaDownloaderDialog::downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal)
@@ -227,11 +207,8 @@ void MediaDownloaderDialog::processCancel()
     if (!mDownloadCompleted && mCurrentDownload && mCurrentDownload->isOpen())
         mCurrentDownload->abort();
 
-    const QString path = mDownloadDirectory + QStringLiteral("/") + mMediaDownloadedFilename;
-    if (QFile::exists(path)) {
-        const bool removed = QFile(path).remove();
-        Logger::Info(logModule, QStringLiteral("[processCancel] - removed=") + QVariant(removed).toString());
-    }
+    // Only the attempt's own temporary file: a file of the same name was never ours.
+    mOutput.discard();
     // Further attempts go to the system's download folder.
     if (!mDownloadDirectory.isNull())
         mDownloadDirectory = QString();
@@ -267,27 +244,26 @@ void MediaDownloaderDialog::displayDownloadError()
 void MediaDownloaderDialog::downloadFinished()
 {
     Logger::Info(logModule, QStringLiteral("[downloadFinished] called"));
-    // The last buffered bytes reach the disk only now, so a full disk may first show here.
-    const bool written = !mOutput.isOpen() || mOutput.flush();
-    mOutput.close();
     mDownloadCompleted = true;
 
     QNetworkReply* finished = mCurrentDownload;
     const bool failed = !finished || finished->error() != QNetworkReply::NoError;
-    if (!failed && !written) {
-        abandonUnwritableFile();
-        return;
-    }
     if (failed) {
+        mOutput.discard();
         Logger::Info(logModule, QStringLiteral("[downloadFinished] Failed: ")
                 + (finished ? finished->errorString() : QString()));
         // A third failure leaves the dialog as it stands; only the watchdog ends in the error box.
         if (mRetryCount <= 2)
             doRetryOrDisplayError();
+    } else if (!mOutput.isOpen()) {
+        // Already abandoned, with its box on the way.
+    } else if (const QString saved = mOutput.commit(finished); saved.isEmpty()) {
+        rejectFinishedBody();
     } else if (mOpenFile) {
+        mMediaDownloadedPath = saved;
         openButtonClicked();
     } else {
-        download_label->adjustSize();
+        mMediaDownloadedPath = saved;
         download_cancel->hide();
         download_progress->hide();
         download_complete->show();
@@ -297,11 +273,9 @@ void MediaDownloaderDialog::downloadFinished()
         MainWindow* mainWindow = mainWindowHolder::get();
         const double osScaleFactor = mainWindow ? mainWindow->getOsScaleFactor() : 1.0;
         const int spacing = int(osScaleFactor * 8.0);
-        const int totalButtonWidth = spacing + download_show->width() + download_open->width();
+        ui->download_buttons->setSpacing(spacing);
+        const int totalButtonWidth = spacing + download_show->sizeHint().width() + download_open->sizeHint().width();
         Logger::Info(logModule, QStringLiteral("[downloadfinished] - totalButtonWidth=") + QString::number(totalButtonWidth));
-        const int left = (width() - totalButtonWidth) / 2;
-        moveLeftEdge(download_show, left);
-        moveLeftEdge(download_open, left + download_show->width() + spacing);
         download_open->setFocus(Qt::OtherFocusReason);
         adjustSize();
     }
@@ -332,13 +306,12 @@ void MediaDownloaderDialog::sslErrors(QList<QSslError> sslErrorList)
 void MediaDownloaderDialog::done(int result)
 {
     timer->stop();
-    if (mCurrentDownload && mCurrentDownload->isRunning()) {
-        // Without this a retry left running would finish in a hidden dialog and even open the file.
+    // Without this a retry would finish in a hidden dialog and even open the file; a reply the
+    // cancel aborted still reports its end later.
+    if (mCurrentDownload) {
         disconnect(mCurrentDownload, nullptr, this, nullptr);
         mCurrentDownload->abort();
-        mOutput.close();
-        if (mOutput.exists())
-            mOutput.remove();
     }
+    mOutput.discard();
     QDialog::done(result);
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QDialog>
-#include <QFile>
 #include <QList>
 #include <QNetworkAccessManager>
 #include <QPointer>
@@ -9,11 +8,19 @@
 #include <QString>
 #include <QUrl>
 
+#include "updates/downloadfile.h"
+
+#include <memory>
+
 class QLabel;
 class QNetworkReply;
 class QProgressBar;
 class QPushButton;
 class QTimer;
+
+namespace Ui {
+class MediaDownloaderDialog;
+}
 
 // Saves a picture or video of a message with the user's cookies, then opens it or offers to.
 // The percentage follows the size the page announced, not the server's. Two retries.
@@ -57,7 +64,10 @@ private slots:
 private:
     // The disk refused the body: ends the attempt, removes the cut file and shows the error box.
     void abandonUnwritableFile();
+    // A finished reply that brought no usable file: the retry rule, then the error box.
+    void rejectFinishedBody();
 
+    std::unique_ptr<Ui::MediaDownloaderDialog> ui;
     QProgressBar* download_progress;
     QLabel* download_label;
     QPushButton* download_cancel;
@@ -68,7 +78,7 @@ private:
     // Guarded: a retry started from downloadFinished is scheduled for deletion there while this
     // still points at it, and the watchdog may come back to it.
     QPointer<QNetworkReply> mCurrentDownload;
-    QFile mOutput;
+    DownloadFile mOutput;
     bool mDownloadCompleted;
     QString mMediaDownloadedFilename;
     QString mMediaDownloadedPath;

@@ -1,4 +1,5 @@
 #include "updatedownloaderdialog.h"
+#include "ui_updatedownloaderdialog.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -12,8 +13,6 @@
 #include <QPushButton>
 #include <QStandardPaths>
 #include <QTimer>
-
-#include <cstdio>
 
 #include "core/logger.h"
 #include "platform/updatehandover.h"
@@ -36,55 +35,38 @@ QString flagTag(const QString& tag, bool flag)
 
 UpdateDownloaderDialog::UpdateDownloaderDialog(QWidget* parent)
     : QDialog(parent)
+    , ui(new Ui::UpdateDownloaderDialog)
     , mCurrentDownload(nullptr)
     , mDownloadCompleted(false)
     , mRetryCount(1)
     , timer(new QTimer(this))
     , mReceivedBytes(false)
 {
-    setObjectName(QStringLiteral("UpdateDownloaderDialog"));
-    resize(291, 109);
-    setWindowTitle(tr("Update"));
+    ui->setupUi(this);
     setWindowIcon(QIcon());
     setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
-
-    update_download_label = new QLabel(tr("Download in progress..."), this);
-    update_download_label->setObjectName(QStringLiteral("update_download_label"));
-    update_download_label->setGeometry(QRect(QPoint(20, 10), QPoint(270, 25)));
-
-    update_download_progress_bar = new QProgressBar(this);
-    update_download_progress_bar->setObjectName(QStringLiteral("update_download_progress_bar"));
-    update_download_progress_bar->setGeometry(QRect(QPoint(20, 40), QPoint(270, 62)));
-    update_download_progress_bar->setValue(0);
-
-    update_download_cancel_button = new QPushButton(tr("Cancel"), this);
-    update_download_cancel_button->setObjectName(QStringLiteral("update_download_cancel_button"));
-    update_download_cancel_button->setGeometry(QRect(QPoint(90, 70), QPoint(203, 101)));
+    update_download_label = ui->update_download_label;
+    update_download_progress_bar = ui->update_download_progress_bar;
+    update_download_cancel_button = ui->update_download_cancel_button;
 
     connect(update_download_cancel_button, &QPushButton::clicked, this, &UpdateDownloaderDialog::cancelButtonClicked);
     connect(timer, &QTimer::timeout, this, &UpdateDownloaderDialog::timeout);
 }
 
+UpdateDownloaderDialog::~UpdateDownloaderDialog() = default;
+
 QString UpdateDownloaderDialog::saveFileName(QUrl url)
 {
-    QString basename = QFileInfo(url.path()).fileName();
-    if (basename.isEmpty())
-        basename = QStringLiteral("download");
-
-    // A bare name: this looks in the working directory, not in the download folder.
-    if (QFile::exists(basename)) {
-        const bool removed = QFile(basename).remove();
-        Logger::Info(logModule, flagTag(QStringLiteral("[saveFileName] - removed="), removed));
-    }
-
+    // Only a plain name, and nothing is removed for it: the working directory is the program folder.
+    QString basename = DownloadFile::sanitizedName(QFileInfo(url.path()).fileName());
     // One word, so the name survives the hand-over's command line.
     basename.replace(QStringLiteral(" "), QString(), Qt::CaseSensitive);
-    return basename;
+    return basename.isEmpty() ? QStringLiteral("download") : basename;
 }
 
 QString UpdateDownloaderDialog::downloadedFilePath() const
 {
-    return firstDownloadLocation() + QStringLiteral("/") + mFileName;
+    return mOutput.path();
 }
 
 void UpdateDownloaderDialog::startDownload(QUrl downloadUrl)
@@ -92,17 +74,17 @@ void UpdateDownloaderDialog::startDownload(QUrl downloadUrl)
     mDownloadUrl = downloadUrl;
     mFileName = saveFileName(downloadUrl);
 
-    const QString path = downloadedFilePath();
+    const QString folder = firstDownloadLocation();
     Logger::Info(logModule, QStringLiteral("[startDownload] - url=") + downloadUrl.toString()
-            + QStringLiteral(", path=") + path);
-    // A fresh account may not have its download folder yet.
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    mOutput.setFileName(path);
-    if (!mOutput.open(QIODevice::WriteOnly)) {
-        fprintf(stderr, "Problem opening save file '%s' for download '%s': %s\n", qPrintable(path),
-            downloadUrl.toEncoded().constData(), qPrintable(mOutput.errorString()));
-        Logger::Error(logModule, QStringLiteral("[startDownload] - cannot open ") + path + QStringLiteral(": ")
-                + mOutput.errorString());
+            + QStringLiteral(", path=") + folder + QLatin1Char('/') + mFileName);
+    if (!DownloadFile::isDownloadable(downloadUrl)) {
+        Logger::Error(logModule, QStringLiteral("[startDownload] - refused source ") + downloadUrl.scheme());
+        QMetaObject::invokeMethod(this, &UpdateDownloaderDialog::displayDownloadError, Qt::QueuedConnection);
+        return;
+    }
+    if (!mOutput.open(folder, mFileName)) {
+        Logger::Error(logModule, QStringLiteral("[startDownload] - cannot open a file in ") + folder
+                + QStringLiteral(": ") + mOutput.errorString());
         return;
     }
 
@@ -122,8 +104,23 @@ void UpdateDownloaderDialog::startDownload(QUrl downloadUrl)
 
 void UpdateDownloaderDialog::downloadReadyRead()
 {
-    if (mCurrentDownload)
-        mOutput.write(mCurrentDownload->readAll());
+    if (!mCurrentDownload || !mOutput.isOpen())
+        return;
+    if (!mOutput.write(mCurrentDownload->readAll()))
+        abandonUnwritableFile();
+}
+
+void UpdateDownloaderDialog::abandonUnwritableFile()
+{
+    Logger::Error(logModule, QStringLiteral("[abandonUnwritableFile] - ") + mOutput.errorString());
+    mOutput.discard();
+    QMetaObject::invokeMethod(this, &UpdateDownloaderDialog::displayDownloadError, Qt::QueuedConnection);
+    if (mCurrentDownload) {
+        disconnect(mCurrentDownload, nullptr, this, nullptr);
+        mCurrentDownload->abort();
+        mCurrentDownload->deleteLater();
+    }
+    timer->stop();
 }
 
 void UpdateDownloaderDialog::downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal)
@@ -162,11 +159,8 @@ void UpdateDownloaderDialog::processCancel()
         if (reply)
             reply->abort();
     }
-    const QString path = downloadedFilePath();
-    if (QFile::exists(path)) {
-        const bool removed = QFile(path).remove();
-        Logger::Info(logModule, flagTag(QStringLiteral("[processCancel] - removed="), removed));
-    }
+    // Only the attempt's own temporary file; an installer already in place stays for the script.
+    mOutput.discard();
 }
 
 void UpdateDownloaderDialog::cancelButtonClicked()
@@ -207,18 +201,25 @@ void UpdateDownloaderDialog::displayDownloadError()
 void UpdateDownloaderDialog::downloadFinished()
 {
     Logger::Info(logModule, QStringLiteral("[downloadFinished] called"));
-    mOutput.close();
     mDownloadCompleted = true;
 
     QNetworkReply* finished = mCurrentDownload;
     const bool failed = !finished || finished->error() != QNetworkReply::NoError;
     Logger::Info(logModule, flagTag(QStringLiteral("[downloadFinished] - error="), failed));
     if (failed) {
+        mOutput.discard();
         Logger::Info(logModule, QStringLiteral("[downloadFinished] Failed: ")
                 + (finished ? finished->errorString() : QString()));
         if (mRetryCount <= 2)
             doRetryOrDisplayError();
+    } else if (!mOutput.isOpen()) {
+        // Already abandoned, with its box on the way.
+    } else if (mOutput.commit(finished).isEmpty()) {
+        // A short body, an error page or a redirect's empty body is no installer.
+        Logger::Error(logModule, QStringLiteral("[downloadFinished] - not saved: ") + mOutput.errorString());
+        doRetryOrDisplayError();
     } else {
+        mFileName = QFileInfo(mOutput.path()).fileName();
         runApplicationUpdate();
     }
     // Whatever the pointer holds now: after a retry above, that is the new attempt.
@@ -248,8 +249,24 @@ void UpdateDownloaderDialog::runApplicationUpdate()
     Logger::Info(logModule, QStringLiteral("[runApplicationUpdate] - downloadedDmg=") + downloadedDmg);
     Logger::Info(logModule, QStringLiteral("[runApplicationUpdate] - volume=") + volume);
 
+    // Refused before anything is stopped: the user keeps a running client and is told why.
+    const QString refusal = UpdateHandOver::instance()->refusal(downloadedDmg);
+    if (!refusal.isEmpty()) {
+        handOverFailed(refusal);
+        return;
+    }
     // The script ends this process; until then the dialog stays, busy.
     UpdateHandOver::instance()->start(this, currentInstallDirectory, pid, downloadedDmg, volume);
+}
+
+void UpdateDownloaderDialog::handOverFailed(const QString& reason)
+{
+    Logger::Error(logModule, QStringLiteral("[handOverFailed] - ") + reason);
+    QMessageBox box;
+    box.setIcon(QMessageBox::Warning);
+    box.setText(reason);
+    box.exec();
+    close();
 }
 
 void UpdateDownloaderDialog::sslErrors(QList<QSslError> sslErrorList)
@@ -259,4 +276,17 @@ void UpdateDownloaderDialog::sslErrors(QList<QSslError> sslErrorList)
         Logger::Info(logModule, QStringLiteral("[sslErrors] - %1").arg(error.errorString()));
     if (auto* reply = qobject_cast<QNetworkReply*>(sender()))
         reply->ignoreSslErrors(sslErrorList);
+}
+
+void UpdateDownloaderDialog::done(int result)
+{
+    timer->stop();
+    // A reply closed by the cancel still reports its end later, and would start a retry in a
+    // closed dialog that could even hand over.
+    if (mCurrentDownload) {
+        disconnect(mCurrentDownload, nullptr, this, nullptr);
+        mCurrentDownload->abort();
+    }
+    mOutput.discard();
+    QDialog::done(result);
 }

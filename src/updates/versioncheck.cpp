@@ -8,6 +8,7 @@
 #include "core/logger.h"
 #include "core/properties.h"
 #include "core/servicehost.h"
+#include "updates/documentlimits.h"
 
 namespace {
 const QString logModule = QStringLiteral("versioncheck");
@@ -47,7 +48,7 @@ void VersionCheck::loadObject()
 {
     const QUrl url = documentUrl();
     Logger::Info(logModule, QStringLiteral("[loadObject] - url=") + url.toString());
-    mNetworkManager.get(QNetworkRequest(url));
+    DocumentLimits::guard(mNetworkManager.get(QNetworkRequest(url)));
 }
 
 void VersionCheck::requestFinished(QNetworkReply* mNetworkReply)
@@ -66,13 +67,14 @@ void VersionCheck::requestFinished(QNetworkReply* mNetworkReply)
         QStringLiteral("[requestFinished] - redirectionTargetUrl=") + redirectionTargetUrl.toUrl().toString());
 
     if (mNetworkReply->error() != QNetworkReply::NoError) {
+        Logger::Info(logModule, QStringLiteral("[requestFinished] - failed: ") + mNetworkReply->errorString());
         errorMessage = QStringLiteral("Unable to check version number at this time.  Please try again later.");
         emit versionCheckErrorOccurred(this);
         return;
     }
 
     // An unreadable document reads as version 0, which never prompts.
-    const QJsonObject document = QJsonDocument::fromJson(mNetworkReply->readAll()).object();
+    const QJsonObject document = QJsonDocument::fromJson(DocumentLimits::read(mNetworkReply)).object();
     currentVersion = document.value(QStringLiteral("current_version_pc")).toDouble(0);
     downloadPath = document.value(QStringLiteral("download_path_pc")).toString();
     Logger::Info(logModule, QStringLiteral("[requestFinished] - currentVersion=") + number(currentVersion)

@@ -8,6 +8,7 @@
 
 #include "core/logger.h"
 #include "core/servicehost.h"
+#include "updates/documentlimits.h"
 
 namespace {
 const QString logModule = QStringLiteral("containerAllowedUrls");
@@ -48,7 +49,7 @@ void ContainerAllowedUrls::loadObject()
     const QUrl url = documentUrl();
     Logger::Info(logModule, QStringLiteral("[loadObject] - url=") + url.toString());
     // finished() of the manager brings the reply to requestFinished; nothing to keep here.
-    mNetworkManager.get(QNetworkRequest(url));
+    DocumentLimits::guard(mNetworkManager.get(QNetworkRequest(url)));
     Logger::Info(logModule, QStringLiteral("[loadObject] - request sent"));
 }
 
@@ -65,10 +66,12 @@ void ContainerAllowedUrls::requestFinished(QNetworkReply* mNetworkReply)
     Logger::Info(logModule,
                  QStringLiteral("[requestFinished] - redirectionTargetUrl=") + redirectionTargetUrl.toUrl().toString());
 
-    if (mNetworkReply->error() != QNetworkReply::NoError)
+    if (mNetworkReply->error() != QNetworkReply::NoError) {
+        Logger::Info(logModule, QStringLiteral("[requestFinished] - failed: ") + mNetworkReply->errorString());
         return;
+    }
 
-    const QByteArray response = mNetworkReply->readAll();
+    const QByteArray response = DocumentLimits::read(mNetworkReply);
     Logger::Info(logModule, QStringLiteral("[requestFinished] - response=") + QString::fromUtf8(response));
 
     const QJsonDocument document = QJsonDocument::fromJson(response);

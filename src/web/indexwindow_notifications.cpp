@@ -12,6 +12,8 @@
 #include <QWebPage>
 #include <QWebSettings>
 
+#include <mutex>
+
 #include "core/logger.h"
 #include "core/properties.h"
 #include "core/windowholders.h"
@@ -60,8 +62,16 @@ QString soundFileForLabel(const QString& label)
 bool IndexWindow::launchQuickReply(QString key, QString json, int width, int height, QString title)
 {
     Logger::Info(logModule, QStringLiteral("[launchQuickReply] width=%1, height=%2, title=").arg(width).arg(height) + title);
-    // Not recursive: nothing run from here may call back into this slot.
-    QMutexLocker lock(&notificationMutex);
+    // The page's script runs inside this call (a payload is script in the popup) and may call back
+    // here: the window for the key is on its way, so that call has nothing left to do.
+    std::unique_lock<QMutex> lock(notificationMutex, std::try_to_lock);
+    if (!lock.owns_lock()) {
+        Logger::Info(logModule, QStringLiteral("[launchQuickReply] re-entered for key ") + key);
+        return true;
+    }
+    const QSize bounded = NotificationWindowManager::boundedPopupSize(width, height);
+    width = bounded.width();
+    height = bounded.height();
     NotificationWindowManager* manager = NotificationWindowManager::getInstance();
     if (!manager->hasNotificationWindow(key)) {
         notificationWindow = manager->createNotificationWindow(key, json, width, height);

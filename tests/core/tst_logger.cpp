@@ -28,6 +28,20 @@ QDir logFolder()
 
 const QString stamp = QStringLiteral("\\d\\d-\\d\\d-\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3}");
 
+QStringList debugOutput;
+void recordDebugOutput(QtMsgType, const QMessageLogContext&, const QString& text)
+{
+    debugOutput.append(text);
+}
+
+qint64 folderSize()
+{
+    qint64 total = 0;
+    for (const QFileInfo& file : logFolder().entryInfoList(QDir::Files))
+        total += file.size();
+    return total;
+}
+
 } // namespace
 
 class TestLogger : public QObject {
@@ -42,6 +56,10 @@ private slots:
     void rotation_data();
     void rotation();
     void unwritableLogFileDropsLineOnly();
+    void debugOutputOnlyWhenLoggingIsOn_data();
+    void debugOutputOnlyWhenLoggingIsOn();
+    void folderStaysBounded_data();
+    void folderStaysBounded();
 
 private:
     QTemporaryDir mWorkingDir;
@@ -186,6 +204,59 @@ void TestLogger::unwritableLogFileDropsLineOnly()
     QVERIFY(QDir(Logger::logFilePath()).removeRecursively());
     Logger::Error(QStringLiteral("versioncheck"), QStringLiteral("[replyFinished] kept"));
     QVERIFY(readLog().contains(QLatin1String("[replyFinished] kept")));
+}
+
+void TestLogger::debugOutputOnlyWhenLoggingIsOn_data()
+{
+    QTest::addColumn<QString>("logging");
+    QTest::addColumn<int>("lines"); // of six calls, one per level
+
+    QTest::newRow("never switched on") << QString() << 0;
+    QTest::newRow("switched off") << "0" << 0;
+    QTest::newRow("switched on") << "1" << 6;
+}
+
+// The page's texts, names and numbers are in these lines; stderr ends up in the session's journal.
+void TestLogger::debugOutputOnlyWhenLoggingIsOn()
+{
+    QFETCH(QString, logging);
+    QFETCH(int, lines);
+
+    setPreference(QStringLiteral("pref-debug-enabled"), logging);
+    debugOutput.clear();
+    const QtMessageHandler previous = qInstallMessageHandler(recordDebugOutput);
+    const QString secret = QStringLiteral("[showNotification] text=meet at 5, +15551234567");
+    for (auto call : { Logger::Trace, Logger::Debug, Logger::Info, Logger::Warn, Logger::Error, Logger::Fatal })
+        call(QStringLiteral("indexwindow"), secret);
+    qInstallMessageHandler(previous);
+    QCOMPARE(debugOutput.filter(QStringLiteral("+15551234567")).size(), lines);
+}
+
+void TestLogger::folderStaysBounded_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("length");
+    QTest::addColumn<int>("rotatedFiles");
+
+    // 200 lines of 60000 characters: about 11.5 MiB, eleven rotations, of which five stay.
+    QTest::newRow("many rotations") << 200 << 60000 << 5;
+    // Each 4 MiB line is cut to 64 KiB: 50 of them make 3.2 MiB, three rotations.
+    QTest::newRow("megabyte lines") << 50 << 4 * 1024 * 1024 << 3;
+}
+
+void TestLogger::folderStaysBounded()
+{
+    QFETCH(int, count);
+    QFETCH(int, length);
+    QFETCH(int, rotatedFiles);
+
+    setPreference(QStringLiteral("pref-debug-enabled"), QStringLiteral("1"));
+    const QString line(length, QLatin1Char('m'));
+    for (int i = 0; i < count; ++i)
+        Logger::Info(QStringLiteral("indexwindow"), line);
+    QCOMPARE(logFolder().entryList(QDir::Files).size(), rotatedFiles + 1);
+    // Six files of at most 1 MiB and one 64 KiB line each, with their stamps.
+    QVERIFY2(folderSize() <= 6 * (rotationSize + 66000), qPrintable(QString::number(folderSize())));
 }
 
 QTEST_GUILESS_MAIN(TestLogger)

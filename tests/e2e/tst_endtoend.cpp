@@ -10,6 +10,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
+#include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -117,6 +118,8 @@ void TestEndToEnd::initTestCase()
     environment.insert(QStringLiteral("TMPDIR"), mTmp.path());
     mDevHost.setProcessEnvironment(environment);
     mClient.setProcessEnvironment(environment);
+    // The client's stderr is followed below, and it says nothing unless the user turned logging on.
+    QSettings().setValue(QStringLiteral("pref-debug-enabled"), QStringLiteral("1"));
 
     mDevHost.setProcessChannelMode(QProcess::MergedChannels);
     connect(&mDevHost, &QProcess::readyReadStandardOutput, this, [this] {

@@ -188,6 +188,7 @@ private slots:
     void missingPageFolderIsShownInTheView();
     void killDuringCookieSavesLeavesReadableFile();
     void startPageRetriesUntilServiceAnswers();
+    void startPageGivesUpOnASilentSignIn();
     void downloadFolderFault_data();
     void downloadFolderFault();
 
@@ -394,6 +395,33 @@ void TestFaults::startPageRetriesUntilServiceAnswers()
     service.serve(QStringLiteral("/prod-assets/desktop-client/versioncheck.json"), "{}", "application/json");
     service.serve(QStringLiteral("/signin"), "<html><body>sign in</body></html>", "text/html");
     QTRY_VERIFY_WITH_TIMEOUT(frame->url().path() == QLatin1String("/signin"), 40000);
+}
+
+// The service takes the sign-in request and never answers: the start page stops waiting and
+// offers its retry instead of "Connecting" for ever.
+void TestFaults::startPageGivesUpOnASilentSignIn()
+{
+    HttpServer service;
+    QVERIFY(service.listen());
+    service.serve(QStringLiteral("/prod-assets/desktop-client/versioncheck.json"), "{}", "application/json");
+    service.serveStall(QStringLiteral("/signin"));
+    QString page = QString::fromUtf8(readFile(StagedFolder::path() + QStringLiteral("/html/start.html")));
+    const QRegularExpression hostLine(QStringLiteral("var serviceHost = \"[^\"]*\""));
+    const QRegularExpression waitLine(QStringLiteral("var signInSeconds = \\d+"));
+    QVERIFY(page.contains(hostLine) && page.contains(waitLine));
+    page.replace(hostLine, QStringLiteral("var serviceHost = \"127.0.0.1:%1\"").arg(service.port()));
+    page.replace(waitLine, QStringLiteral("var signInSeconds = 2"));
+    const QString startPage = mTemp.filePath(QStringLiteral("start-silent.html"));
+    QVERIFY(writeFile(startPage, page.toUtf8()));
+
+    MainWindow mainWindow;
+    IndexWindow* view = indexWindowHolder::get();
+    view->loadFile(startPage);
+    QWebFrame* frame = view->webView()->page()->mainFrame();
+    QTRY_VERIFY_WITH_TIMEOUT(!service.requestsFor(QStringLiteral("/signin")).isEmpty(), 20000);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        frame->evaluateJavaScript(QStringLiteral("document.getElementById('offline').className")).toString().isEmpty(), 20000);
+    QCOMPARE(frame->url().fileName(), QStringLiteral("start-silent.html"));
 }
 
 void TestFaults::downloadFolderFault_data()

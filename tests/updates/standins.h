@@ -35,6 +35,8 @@ struct RecordingHandOver : UpdateHandOver {
             installerContent = file.readAll();
         QMetaObject::invokeMethod(owner, "reject", Qt::QueuedConnection);
     }
+    QString refusal(const QString&) const override { return refused; }
+    QString refused; // what the system would say against the installer
     QStringList arguments;
     QByteArray installerContent;
 };

@@ -42,6 +42,8 @@ enum class User { Waits, Opens, Shows, Cancels };
 
 } // namespace
 
+Q_DECLARE_METATYPE(User)
+
 class TestMediaDownloader : public QObject
 {
     Q_OBJECT
@@ -50,6 +52,10 @@ private slots:
     void init();
     void savedName_data();
     void savedName();
+    void refusedSource_data();
+    void refusedSource();
+    void failureSparesTheFileOfThatName_data();
+    void failureSparesTheFileOfThatName();
     void retries_data();
     void retries();
     void storedCookiesGoWithTheRequest();
@@ -61,10 +67,14 @@ private:
     // The page's download call, run to its end. False if it didn't end.
     bool download(const QString& path, const QString& name, long size, bool openFile, User user,
         const QString& type = QStringLiteral("image/png"));
-    QString chosen(const QString& name) const { return mChosen.filePath(name); }
+    QString chosen(const QString& name = QString()) const
+    {
+        return mRoot.filePath(name.isEmpty() ? QStringLiteral("a/b") : QStringLiteral("a/b/") + name);
+    }
 
     HttpServer mServer;
-    QTemporaryDir mChosen;
+    // The chosen folder is a/b in here, so that a name climbing out of it lands in here too.
+    QTemporaryDir mRoot;
     IndexWindow mWindow;
     std::unique_ptr<RecordingFileOpener> mOpener;
     QStringList mBoxTexts;
@@ -74,7 +84,8 @@ void TestMediaDownloader::initTestCase()
 {
     QVERIFY(mServer.listen());
     indexWindowHolder::set(&mWindow);
-    mWindow.setDefaultDownloadLocationSetting(mChosen.path());
+    QVERIFY(QDir().mkpath(chosen()));
+    mWindow.setDefaultDownloadLocationSetting(chosen());
 }
 
 void TestMediaDownloader::init()
@@ -86,7 +97,7 @@ void TestMediaDownloader::init()
     mOpener.reset();
     mOpener.reset(new RecordingFileOpener());
     QDir(systemFolder()).removeRecursively();
-    for (const QString& name : QDir(mChosen.path()).entryList(QDir::Files))
+    for (const QString& name : QDir(chosen()).entryList(QDir::Files | QDir::Hidden))
         QFile::remove(chosen(name));
 }
 
@@ -115,18 +126,28 @@ void TestMediaDownloader::savedName_data()
     QTest::addColumn<QString>("type");
     QTest::addColumn<int>("pageSize");
     QTest::addColumn<HttpServer::Reply>("reply");
+    QTest::addColumn<QString>("existing"); // already in the folder, and must stay as it was
     QTest::addColumn<QString>("saved");
 
     const QByteArray body = mediaBody(60000);
-    QTest::newRow("a dot keeps the name") << "clip.gif" << "video/mp4" << body.size() << whole(body) << "clip.gif";
-    QTest::newRow("image without a dot") << "my photo" << "image/png" << body.size() << whole(body) << "my photo.jpg";
-    QTest::newRow("video without a dot") << "clip" << "video/3gpp" << body.size() << whole(body) << "clip.mp4";
-    QTest::newRow("other type gets nothing") << "note" << "Image/png" << body.size() << whole(body) << "note";
+    QTest::newRow("a dot keeps the name") << "clip.gif" << "video/mp4" << body.size() << whole(body) << "" << "clip.gif";
+    QTest::newRow("image without a dot") << "my photo" << "image/png" << body.size() << whole(body) << "" << "my photo.jpg";
+    QTest::newRow("video without a dot") << "clip" << "video/3gpp" << body.size() << whole(body) << "" << "clip.mp4";
+    QTest::newRow("other type gets nothing") << "note" << "Image/png" << body.size() << whole(body) << "" << "note";
     QTest::newRow("no length: the page's size serves") << "p.png" << "image/png" << body.size()
-                                                       << slowly(body, 6000, 30, false) << "p.png";
+                                                       << slowly(body, 6000, 30, false) << "" << "p.png";
     // Nothing is cut at the announced size, and a late watchdog never restarts a finished download.
     QTest::newRow("body longer than the page said") << "p.png" << "image/png" << body.size() / 2
-                                                    << slowly(body, 6000, 30) << "p.png";
+                                                    << slowly(body, 6000, 30) << "" << "p.png";
+    QTest::newRow("name taken") << "p.png" << "image/png" << body.size() << whole(body) << "p.png" << "p (2).png";
+    QTest::newRow("parent folder, hidden") << "../.bashrc" << "image/png" << body.size() << whole(body) << ""
+                                           << "bashrc.jpg";
+    QTest::newRow("two folders up") << "../../x" << "video/mp4" << body.size() << whole(body) << "" << "x.mp4";
+    QTest::newRow("control characters") << "a\nb\x1b[31m.png" << "image/png" << body.size() << whole(body) << ""
+                                        << "ab[31m.png";
+    QTest::newRow("dot dot") << ".." << "image/png" << body.size() << whole(body) << "" << "download.jpg";
+    QTest::newRow("empty, taken") << "" << "video/mp4" << body.size() << whole(body) << "download.mp4"
+                                  << "download (2).mp4";
 }
 
 void TestMediaDownloader::savedName()
@@ -135,18 +156,92 @@ void TestMediaDownloader::savedName()
     QFETCH(QString, type);
     QFETCH(int, pageSize);
     QFETCH(HttpServer::Reply, reply);
+    QFETCH(QString, existing);
     QFETCH(QString, saved);
 
     mServer.setReply(QStringLiteral("/media/1"), reply);
-    // A file of that name already there is overwritten.
-    QFile previous(chosen(saved));
-    QVERIFY(previous.open(QIODevice::WriteOnly) && previous.write("older file, longer than nothing") > 0);
-    previous.close();
+    const QByteArray older("older file, longer than nothing");
+    if (!existing.isEmpty()) {
+        QFile previous(chosen(existing));
+        QVERIFY(previous.open(QIODevice::WriteOnly) && previous.write(older) > 0);
+    }
 
     QVERIFY(download(QStringLiteral("/media/1"), name, pageSize, false, User::Opens, type));
     QCOMPARE(mOpener->opened, QStringList { chosen(saved) });
     QCOMPARE(contentOf(chosen(saved)), reply.body);
     QCOMPARE(mServer.requestCount(), 1);
+    // The folder holds the new file beside the old one, no temporary left; nothing appeared above it.
+    QStringList expected { saved };
+    if (!existing.isEmpty()) {
+        expected.append(existing);
+        QCOMPARE(contentOf(chosen(existing)), older);
+    }
+    expected.sort();
+    QCOMPARE(QDir(chosen()).entryList(QDir::Files | QDir::Hidden, QDir::Name), expected);
+    QCOMPARE(QDir(mRoot.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList { "a" });
+    QCOMPARE(QDir(chosen("..")).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList { "b" });
+    QVERIFY(!QFile::exists(QDir::home().filePath(QStringLiteral(".bashrc"))));
+}
+
+void TestMediaDownloader::refusedSource_data()
+{
+    QTest::addColumn<QString>("url");
+
+    QTest::newRow("data") << "data:text/plain;base64,W0Rlc2t0b3AgRW50cnldCg==";
+    QTest::newRow("file") << "file:///etc/hostname";
+    QTest::newRow("ftp") << "ftp://127.0.0.1/a.png";
+    QTest::newRow("not an address") << "\"; alert(1); //";
+}
+
+// Only the web's schemes are fetched: no box offers a file, nothing lands in the folder.
+void TestMediaDownloader::refusedSource()
+{
+    QFETCH(QString, url);
+    ModalAnswer<QMessageBox> box([this](QMessageBox* message) {
+        mBoxTexts.append(message->text());
+        message->accept();
+    });
+    QVERIFY(runModal([&] { mWindow.downloadFile(url, QStringLiteral("image/png"), QStringLiteral("innocent.desktop"), 10, true); }));
+    QCOMPARE(mBoxTexts, QStringList { QStringLiteral("Error downloading update.") });
+    QVERIFY(QDir(chosen()).entryList(QDir::Files | QDir::Hidden).isEmpty());
+    QVERIFY(mOpener->opened.isEmpty());
+}
+
+void TestMediaDownloader::failureSparesTheFileOfThatName_data()
+{
+    QTest::addColumn<HttpServer::Reply>("reply");
+    QTest::addColumn<User>("user");
+
+    const QByteArray body = mediaBody(200000);
+    QTest::newRow("cut short each time") << afterRoundTrip(cutShort(body, 1000)) << User::Waits;
+    QTest::newRow("server error each time") << afterRoundTrip(status(500)) << User::Waits;
+    QTest::newRow("stalls throughout") << stall() << User::Waits;
+    QTest::newRow("cancelled") << slowly(body, 2000, 40) << User::Cancels;
+}
+
+// An attempt that ends in nothing leaves the earlier file of that name as it was.
+void TestMediaDownloader::failureSparesTheFileOfThatName()
+{
+    QFETCH(HttpServer::Reply, reply);
+    QFETCH(User, user);
+
+    const QByteArray victim(40, 'v');
+    QFile file(chosen(QStringLiteral("victim.txt")));
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(victim) == 40);
+    file.close();
+    mServer.setReply(QStringLiteral("/media/9"), reply);
+    // The dialog closes by itself only through the error box; a cut download waits for the user.
+    QTimer closer;
+    connect(&closer, &QTimer::timeout, [] {
+        if (auto* open = qobject_cast<MediaDownloaderDialog*>(QApplication::activeModalWidget()))
+            open->reject();
+    });
+    if (user == User::Waits)
+        closer.start(8 * watchdogMs);
+    QVERIFY(download(QStringLiteral("/media/9"), QStringLiteral("victim.txt"), 200000, true, user));
+    QCOMPARE(contentOf(chosen(QStringLiteral("victim.txt"))), victim);
+    QCOMPARE(QDir(chosen()).entryList(QDir::Files | QDir::Hidden), QStringList { QStringLiteral("victim.txt") });
+    QVERIFY(mOpener->opened.isEmpty());
 }
 
 void TestMediaDownloader::retries_data()
@@ -174,7 +269,7 @@ void TestMediaDownloader::retries()
     QVERIFY(download(QStringLiteral("/media/3"), QStringLiteral("r"), 5000, false, saved ? User::Shows : User::Waits));
 
     // Once the watchdog has stepped in, the attempts after it go to the system's download folder.
-    QVERIFY(QDir(mChosen.path()).entryList(QDir::Files).isEmpty());
+    QVERIFY(QDir(chosen()).entryList(QDir::Files).isEmpty());
     if (saved) {
         QVERIFY(mBoxTexts.isEmpty());
         QCOMPARE(mOpener->shown, QStringList { systemFolder() + QStringLiteral("/r.jpg") });

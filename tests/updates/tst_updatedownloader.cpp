@@ -29,6 +29,9 @@ private slots:
     void outcome();
     void yesInThePromptDownloadsAndHandsOver();
     void cancelRemovesThePartialFile();
+    void sparesWhatIsThere_data();
+    void sparesWhatIsThere();
+    void refusedInstallerKeepsTheClient();
 
 private:
     // Runs a download to its end, answering any error box.
@@ -79,6 +82,12 @@ void TestUpdateDownloader::outcome_data()
     QTest::newRow("error, then success") << "/dl/setup.run" << status(500) << afterRoundTrip(whole(body)) << QString() << QString();
     QTest::newRow("cut short") << "/dl/setup.run" << cutShort(body, 10000) << afterRoundTrip(cutShort(body, 10000))
                                << QString() << QString();
+    QTest::newRow("error page") << "/dl/setup.run" << status(404) << afterRoundTrip(status(404)) << QString() << QString();
+    // Not followed: its empty body is no installer.
+    HttpServer::Reply redirect;
+    redirect.status = 302;
+    redirect.headers.append(qMakePair(QByteArray("Location"), QByteArray("/dl/elsewhere.run")));
+    QTest::newRow("redirect") << "/dl/setup.run" << redirect << afterRoundTrip(redirect) << QString() << QString();
 }
 
 void TestUpdateDownloader::outcome()
@@ -129,16 +138,69 @@ void TestUpdateDownloader::yesInThePromptDownloadsAndHandsOver()
 void TestUpdateDownloader::cancelRemovesThePartialFile()
 {
     mServer.setReply(QStringLiteral("/dl/cancelled.run"), slowly(QByteArray(100000, 'c'), 1000, 50));
-    const QString installer = downloadFolder() + QStringLiteral("/cancelled.run");
     RecordingHandOver handOver;
     ModalAnswer<UpdateDownloaderDialog> cancel([&](UpdateDownloaderDialog* shown) {
-        QVERIFY(QTest::qWaitFor([&] { return QFileInfo(installer).size() > 0; }, 10000));
+        QVERIFY(QTest::qWaitFor([&] {
+            const QFileInfoList files = QDir(downloadFolder()).entryInfoList(QDir::Files | QDir::Hidden);
+            return !files.isEmpty() && files.first().size() > 0;
+        }, 10000));
         shown->findChild<QPushButton*>(QStringLiteral("update_download_cancel_button"))->click();
     });
     UpdateDownloaderDialog dialog;
     run(dialog, QStringLiteral("/dl/cancelled.run"));
     QCOMPARE(cancel.count(), 1);
-    QVERIFY(!QFile::exists(installer));
+    QCOMPARE(QDir(downloadFolder()).entryList(QDir::Files | QDir::Hidden), QStringList());
+    QVERIFY(handOver.arguments.isEmpty());
+}
+
+void TestUpdateDownloader::sparesWhatIsThere_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("existing"); // relative to the working directory, the program folder on Linux
+    QTest::addColumn<QString>("handedOver");
+
+    QTest::newRow("named like the hand-over script") << "/dl/install_update.sh" << "install_update.sh"
+                                                     << "install_update.sh";
+    QTest::newRow("name taken in the download folder") << "/dl/setup.run" << "Downloads/setup.run" << "setup (2).run";
+    QTest::newRow("folders in the address") << "/dl/..%2F..%2Fx.run" << "x.run" << "x.run";
+    QTest::newRow("hidden name") << "/dl/.profile" << ".profile" << "profile";
+}
+
+void TestUpdateDownloader::sparesWhatIsThere()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, existing);
+    QFETCH(QString, handedOver);
+
+    QTemporaryDir programFolder;
+    const QString previous = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(programFolder.path()));
+    const QString there = existing.startsWith("Downloads/") ? downloadFolder() + existing.mid(9) : programFolder.filePath(existing);
+    QVERIFY(QDir().mkpath(QFileInfo(there).absolutePath()));
+    QFile file(there);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("older") == 5);
+    file.close();
+
+    mServer.serve(path, "installer");
+    RecordingHandOver handOver;
+    UpdateDownloaderDialog dialog;
+    run(dialog, path);
+    QVERIFY(QDir::setCurrent(previous));
+    QCOMPARE(handOver.arguments.value(2), downloadFolder() + '/' + handedOver);
+    QCOMPARE(handOver.installerContent, QByteArray("installer"));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), QByteArray("older"));
+}
+
+// An installer this system can't run is refused before the client is stopped, in words.
+void TestUpdateDownloader::refusedInstallerKeepsTheClient()
+{
+    mServer.serve(QStringLiteral("/dl/setup.exe"), "MZ");
+    RecordingHandOver handOver;
+    handOver.refused = QStringLiteral("The downloaded update is no program this system can run.");
+    UpdateDownloaderDialog dialog;
+    run(dialog, QStringLiteral("/dl/setup.exe"));
+    QCOMPARE(mBoxTexts, QStringList { handOver.refused });
     QVERIFY(handOver.arguments.isEmpty());
 }
 

@@ -4,6 +4,7 @@
 #include "standins.h"
 #include "resourceinit.h"
 #include "updates/confirmdownloadupdate.h"
+#include "updates/documentlimits.h"
 #include "updates/versioncheck.h"
 #include "web/indexwindow.h"
 
@@ -21,6 +22,8 @@ private slots:
     void signedInReport_data();
     void signedInReport();
     void signOutStartsNoCheck();
+    void hostileDocument_data();
+    void hostileDocument();
 
 private:
     HttpServer mServer;
@@ -109,6 +112,45 @@ void TestVersionCheck::signOutStartsNoCheck()
 {
     mWindow.updateClientLoginStateForMenuItems(false);
     QVERIFY(mWindow.findChildren<VersionCheck*>().isEmpty());
+}
+
+void TestVersionCheck::hostileDocument_data()
+{
+    QTest::addColumn<HttpServer::Reply>("reply");
+    QTest::addColumn<bool>("error");
+
+    // Blanks after the object are valid JSON: only the size decides.
+    const QByteArray newer = R"({"current_version_pc": 2.90, "download_path_pc": "u"})";
+    QTest::newRow("just under the cap") << Replies::whole(newer + QByteArray(200 * 1024, ' ')) << false;
+    QTest::newRow("no end in sight") << Replies::slowly(newer + QByteArray(4 * 1024 * 1024, ' '), 64 * 1024, 5, false)
+                                     << true;
+    QTest::newRow("announced too long") << Replies::whole(newer + QByteArray(300 * 1024, ' ')) << true;
+    QTest::newRow("no answer") << Replies::stall() << true;
+    HttpServer::Reply silent = Replies::whole(newer);
+    silent.delayAfterHeadersMs = -1;
+    QTest::newRow("headers, then silence") << silent << true;
+}
+
+void TestVersionCheck::hostileDocument()
+{
+    QFETCH(HttpServer::Reply, reply);
+    QFETCH(bool, error);
+
+    DocumentLimits::setTimeoutMsForTests(1500);
+    mServer.clearReplies();
+    mServer.setReply(path, reply);
+    VersionCheck::setDocumentUrlForTests(mServer.url(path));
+    VersionCheck check(nullptr);
+    QSignalSpy complete(&check, &VersionCheck::versionCheckLoadComplete);
+    QSignalSpy failed(&check, &VersionCheck::versionCheckErrorOccurred);
+    QElapsedTimer clock;
+    clock.start();
+    check.loadObject();
+    QTRY_COMPARE_WITH_TIMEOUT(complete.size() + failed.size(), 1, 10000);
+    QCOMPARE(failed.size(), int(error));
+    QVERIFY2(clock.elapsed() < 8000, qPrintable(QString::number(clock.elapsed())));
+    QCOMPARE(check.getCurrentVersion(), error ? 0.0 : 2.90);
+    DocumentLimits::setTimeoutMsForTests(0);
 }
 
 QTEST_MAIN(TestVersionCheck)

@@ -7,6 +7,7 @@
 
 #include "core/servicehost.h"
 #include "httpserver.h"
+#include "updates/documentlimits.h"
 #include "web/containerallowedurls.h"
 
 namespace {
@@ -53,6 +54,7 @@ void TestContainerAllowedUrls::init()
 {
     mServer.reset(new HttpServer);
     QVERIFY(mServer->listen());
+    DocumentLimits::setTimeoutMsForTests(1500);
     ContainerAllowedUrls::setDocumentUrlForTests(mServer->url(documentPath));
 }
 
@@ -139,6 +141,19 @@ void TestContainerAllowedUrls::fetchOutcome_data()
     HttpServer::Reply dropped = jsonReply(R"({"urls":[{"url":"unlisted"}]})");
     dropped.dropAfterBodyBytes = 5;
     QTest::newRow("connection dropped mid-body") << dropped << 0 << false;
+
+    // A valid list padded with blanks, which JSON allows: only the size decides.
+    const QByteArray list = R"({"urls":[{"url":"unlisted"}]})";
+    QTest::newRow("just under the cap") << jsonReply(list + QByteArray(200 * 1024, ' ')) << 1 << true;
+    HttpServer::Reply endless = jsonReply(list + QByteArray(4 * 1024 * 1024, ' '));
+    endless.contentLength = false;
+    endless.pieceSize = 64 * 1024;
+    endless.pieceIntervalMs = 5;
+    QTest::newRow("no end in sight") << endless << 0 << false;
+    QTest::newRow("announced too long") << jsonReply(list + QByteArray(300 * 1024, ' ')) << 0 << false;
+    HttpServer::Reply silent = jsonReply(list);
+    silent.delayAfterHeadersMs = -1;
+    QTest::newRow("headers, then silence") << silent << 0 << false;
 }
 
 void TestContainerAllowedUrls::fetchOutcome()
