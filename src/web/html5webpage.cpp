@@ -7,16 +7,34 @@
 #include <QWebView>
 
 #include "core/logger.h"
+#include "core/properties.h"
 #include "web/cookiejar.h"
 #include "web/diskcachesetup.h"
 #include "web/sslerrorpolicy.h"
 
 namespace {
 const QString logModule = QStringLiteral("html5webpage");
+
+// What every page of the process shares, done before the first page exists: QtWebKit binds a
+// page's local storage when the page is made, so a page made before persistent storage is on
+// keeps its items in memory only, apart from every other page's.
+QObject* preparedProcess(QObject* parent)
+{
+    static bool prepared = false;
+    if (!prepared) {
+        prepared = true;
+        QWebSettings::enablePersistentStorage(Properties::getPersistentStorageLocation());
+        QWebSettings* settings = QWebSettings::globalSettings();
+        settings->setAttribute(QWebSettings::JavascriptCanOpenWindows, true);
+        settings->setAttribute(QWebSettings::LocalStorageEnabled, true);
+        settings->setAttribute(QWebSettings::LocalContentCanAccessRemoteUrls, true);
+    }
+    return parent;
+}
 }
 
 Html5WebPage::Html5WebPage(QObject* parent)
-    : QWebPage(parent)
+    : QWebPage(preparedProcess(parent))
 {
     Logger::Debug(logModule, QStringLiteral("[constructor] - called"));
 }
@@ -29,7 +47,7 @@ QWebPage* Html5WebPage::createWindow(QWebPage::WebWindowType /*type*/)
     auto* page = new QWebPage(view);
     QNetworkAccessManager* manager = page->networkAccessManager();
     DiskCacheSetup::install(manager, view, logModule, QStringLiteral("[createWindow]"));
-    manager->setCookieJar(new CookieJar());
+    CookieJar::share(manager);
     connect(manager, &QNetworkAccessManager::sslErrors, this, &Html5WebPage::sslErrors);
 
     if (Logger::isDebugCodeValid()) {
