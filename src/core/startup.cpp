@@ -145,13 +145,16 @@ int Startup::run(int argc, char** argv)
             indexWindow->removeSetting(QStringLiteral("start-on-launch"));
 
         // Neither the tray icon nor the hidden helper window is needed to see the start page:
-        // made here, they held its first paint back. They come once it has loaded.
+        // made here, they held its first paint back. They come once it has loaded; the first
+        // launch's start-at-login entry is written now, before the launch time.
+        if (decision.firstLaunch)
+            AutomaticStartup::setAutomaticStartup();
         auto shown = std::make_shared<bool>(false);
-        const auto showTheRest = [shown, firstLaunch = decision.firstLaunch] {
+        const auto showTheRest = [shown] {
             if (*shown)
                 return;
             *shown = true;
-            showTrayIcon(firstLaunch);
+            showTrayIcon(false);
             showHackWindow();
         };
         QObject::connect(indexWindow->webView()->page(), &QWebPage::loadFinished, app, showTheRest);
