@@ -127,6 +127,8 @@ if [ -n "$popups" ]; then
     printf '\n`bench_popups 20 5` (five rounds of 20 popups in one process):\n\n```\n%s\n```\n' "$popups"
 fi
 
+cat "$(dirname "$0")/notes.md"
+
 echo
 echo "## Goals"
 echo
