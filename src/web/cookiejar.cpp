@@ -168,6 +168,11 @@ CookieJar::CookieJar(QObject* parent)
 
 CookieJar::~CookieJar()
 {
+    finish();
+}
+
+void CookieJar::finish()
+{
     if (mKeepCookies == KeepUntilExit)
         clear();
     mSaveTimer->saveIfNecessary();
@@ -181,7 +186,7 @@ void CookieJar::share(QNetworkAccessManager* manager)
         // written when the program leaves its loop, not left to the last surface's end.
         if (QCoreApplication::instance()) {
             QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, sharedJar,
-                [jar = sharedJar.data()] { jar->mSaveTimer->saveIfNecessary(); });
+                [jar = sharedJar.data()] { jar->finish(); });
         }
     }
     manager->setCookieJar(sharedJar);

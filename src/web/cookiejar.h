@@ -68,6 +68,8 @@ private slots:
 private:
     void load();
     void ensureLoaded() const;
+    // What the end of the run does to the jar: emptied under "keep until exit", then saved.
+    void finish();
     void purgeOldCookies();
 
     bool mLoaded;

@@ -194,11 +194,12 @@ void TestCookieJar::restartOfTheSurfaces_data()
     QTest::addColumn<QByteArray>("lastCookieHeader");
 
     const QString cookie = QStringLiteral("document.cookie");
-    QTest::newRow("signed in stays signed in")
-        << QStringList({ "/signin " + cookie, "/page " + cookie }) << "main sid=signed-in\n"
-        << QByteArray("sid=signed-in");
-    QTest::newRow("sign-out sticks")
-        << QStringList({ "/signin " + cookie, "/signout " + cookie, "/page " + cookie }) << "main \n" << QByteArray();
+    QTest::newRow("signed in stays signed in, popup too")
+        << QStringList({ "/signin " + cookie, "/page " + cookie + " popup" })
+        << "main sid=signed-in\npopup sid=signed-in\n" << QByteArray("sid=signed-in");
+    QTest::newRow("sign-out sticks, popup too")
+        << QStringList({ "/signin " + cookie, "/signout " + cookie, "/page " + cookie + " popup" })
+        << "main \npopup \n" << QByteArray();
     // Set in the main view before a quit; read after the restart by the main view and by a popup.
     QTest::newRow("local storage kept and shared")
         << QStringList({ "/page localStorage.setItem('draft','hello')",
