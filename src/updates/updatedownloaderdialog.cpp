@@ -14,6 +14,7 @@
 #include <QStandardPaths>
 #include <QTimer>
 
+#include "core/formsizes.h"
 #include "core/logger.h"
 #include "platform/updatehandover.h"
 #include "updates/downloadwatchdog.h"
@@ -48,6 +49,7 @@ UpdateDownloaderDialog::UpdateDownloaderDialog(QWidget* parent)
     update_download_label = ui->update_download_label;
     update_download_progress_bar = ui->update_download_progress_bar;
     update_download_cancel_button = ui->update_download_cancel_button;
+    growFormToContents(this);
 
     connect(update_download_cancel_button, &QPushButton::clicked, this, &UpdateDownloaderDialog::cancelButtonClicked);
     connect(timer, &QTimer::timeout, this, &UpdateDownloaderDialog::timeout);
