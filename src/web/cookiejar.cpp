@@ -14,6 +14,7 @@
 #include <QWebSettings>
 
 #include <algorithm>
+#include <new>
 
 #include "core/logger.h"
 #include "web/autosaver.h"
@@ -213,9 +214,26 @@ void CookieJar::load()
 
     qRegisterMetaTypeStreamOperators<QList<QNetworkCookie>>("QList<QNetworkCookie>");
 
-    QSettings cookieSettings(loadPath(), QSettings::IniFormat);
-    // Taken directly when the type matches, else through conversion; absent or alien gives none.
-    const QList<QNetworkCookie> storedCookies = cookieSettings.value(mCookiesKey).value<QList<QNetworkCookie>>();
+    QList<QNetworkCookie> storedCookies;
+    try {
+        QSettings cookieSettings(loadPath(), QSettings::IniFormat);
+        // Taken directly when the type matches, else through conversion; absent or alien gives none.
+        storedCookies = cookieSettings.value(mCookiesKey).value<QList<QNetworkCookie>>();
+        cookieSettings.beginGroup(QStringLiteral("Exceptions"));
+        mExceptionsBlock = cookieSettings.value(QStringLiteral("block")).toStringList();
+        mExceptionsAllow = cookieSettings.value(QStringLiteral("allow")).toStringList();
+        mExceptionsAllowForSession = cookieSettings.value(QStringLiteral("allowForSession")).toStringList();
+    } catch (const std::bad_alloc&) {
+        // A damaged file whose stored counts ask for more memory than there is. QSettings would meet
+        // it again at every save, so it is put aside (kept for a look) and the jar starts empty.
+        Logger::Warn(logModule, QStringLiteral("[load] damaged cookie file put aside"));
+        storedCookies.clear();
+        mExceptionsBlock.clear();
+        mExceptionsAllow.clear();
+        mExceptionsAllowForSession.clear();
+        QFile::remove(loadPath() + QStringLiteral(".damaged"));
+        QFile::rename(loadPath(), loadPath() + QStringLiteral(".damaged"));
+    }
 
     QList<QNetworkCookie> cookies;
     cookies.reserve(storedCookies.size());
@@ -229,10 +247,6 @@ void CookieJar::load()
     }
     setAllCookies(cookies);
 
-    cookieSettings.beginGroup(QStringLiteral("Exceptions"));
-    mExceptionsBlock = cookieSettings.value(QStringLiteral("block")).toStringList();
-    mExceptionsAllow = cookieSettings.value(QStringLiteral("allow")).toStringList();
-    mExceptionsAllowForSession = cookieSettings.value(QStringLiteral("allowForSession")).toStringList();
     mExceptionsBlock.sort();
     mExceptionsAllow.sort();
     mExceptionsAllowForSession.sort();
