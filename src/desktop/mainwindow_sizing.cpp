@@ -1,6 +1,8 @@
 // MainWindow: zoom, the login and messenger shapes, and the remembered window state.
 #include "mainwindow.h"
 
+#include <memory>
+
 #include <QApplication>
 #include <QGuiApplication>
 #include <QGraphicsWebView>
@@ -44,8 +46,9 @@ QRect primaryWorkArea()
 }
 
 // A window manager frames a new window a moment after it maps.
-const int frameWaitMs = 3000;
+const int frameWaitMs = 15000;
 const int frameCheckMs = 25;
+const int frameSteadyTicks = 20;
 }
 
 QRect MainWindow::loginFrame(const QRect& screen, const QRect& workArea, const QMargins& frame, double scaleFactor)
@@ -115,15 +118,22 @@ QRect MainWindow::placeByRule(const FrameRule& rule, bool runAnimation)
     // counts, so the shape is worked out again then. (No manager, no panels, no frame.)
     mPendingRule = margins.isNull() && workArea != screen ? rule : FrameRule();
     if (mPendingRule) {
+        // The manager may report the frame in steps (reparented first, decorated later), and late on a
+        // busy machine: follow each new frame until it has held still for a while.
         auto* poll = new QTimer(this);
         const QDeadlineTimer deadline(frameWaitMs);
-        connect(poll, &QTimer::timeout, this, [this, poll, deadline] {
-            const bool framed = !frameMargins().isNull();
-            if (framed && mPendingRule) {
-                const QMargins margins = frameMargins();
+        auto applied = std::make_shared<QMargins>();
+        auto steadyTicks = std::make_shared<int>(0);
+        connect(poll, &QTimer::timeout, this, [this, poll, deadline, applied, steadyTicks] {
+            const QMargins margins = frameMargins();
+            if (!margins.isNull() && mPendingRule && margins != *applied) {
                 setGeometry(mPendingRule(primaryScreenGeometry(), primaryWorkArea(), margins).marginsRemoved(margins));
+                *applied = margins;
+                *steadyTicks = 0;
+            } else if (!margins.isNull()) {
+                ++*steadyTicks;
             }
-            if (framed || !mPendingRule || deadline.hasExpired()) {
+            if (*steadyTicks >= frameSteadyTicks || !mPendingRule || deadline.hasExpired()) {
                 mPendingRule = FrameRule();
                 poll->deleteLater();
                 poll->stop();
