@@ -3,6 +3,9 @@
 #include <QObject>
 #include <QRect>
 #include <QSystemTrayIcon>
+#include <QTimer>
+
+#include "platform/desktopnotifier.h"
 
 class IndexWindow;
 class QAction;
@@ -48,6 +51,9 @@ private:
     explicit WinMenuBarIcon(QObject* parent);
 
     void buildContextMenu(int status, bool isCharging);
+    void openMenuFromClick();
+    void showQtBalloon(const DesktopNotifier::Notification& notification);
+    static QIcon trayIconImage();
     void setLoginGatedActionsEnabled(bool enabled);
     void activateHackWindow();
     void logMenuEvent(const QString& eventName, const QString& location);
@@ -63,6 +69,9 @@ private:
     QAction* trayQuitAction;
     QAction* trayLivePhoneViewAction;
     QAction* trayPhoneDialerAction;
+    QAction* mBatteryAction;
+    // A left click waits out the double-click time: an open menu would grab the second click.
+    QTimer mClickTimer;
     StatusBarIconActions* mStatusBarIconActions;
     IndexWindow* mIndexWindow;
 

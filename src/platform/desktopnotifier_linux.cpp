@@ -3,9 +3,13 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #include <QDBusReply>
+#include <QFileInfo>
 #include <QSet>
 #include <QVariantMap>
+#include <optional>
 
 #include "core/logger.h"
 
@@ -16,10 +20,23 @@ const QString serviceName = QStringLiteral("org.freedesktop.Notifications");
 const QString objectPath = QStringLiteral("/org/freedesktop/Notifications");
 const QString interfaceName = QStringLiteral("org.freedesktop.Notifications");
 const QString defaultActionKey = QStringLiteral("default");
-// Long enough for a service started on demand, short enough not to freeze the window for long.
+// Long enough for a service started on demand; nothing waits on it but the fallback balloon.
 const int callTimeoutMs = 5000;
+const int maxPending = 4;
 
-// The freedesktop notification service on the session bus.
+// The name the launcher is installed under, which ties our notifications to the desktop's
+// per-application notification settings.
+const QString desktopEntry = QStringLiteral("kestrelgap");
+
+QString appIcon()
+{
+    // The program folder's copy is there also when running uninstalled; installed, both are the same picture.
+    const QFileInfo staged(QStringLiteral("kestrelgap.iconset/icon_256x256.png"));
+    return staged.exists() ? staged.absoluteFilePath() : desktopEntry;
+}
+
+// The freedesktop notification service on the session bus. Nothing here blocks on the service:
+// a hung one must not freeze the window.
 class FreedesktopNotifier : public DesktopNotifier
 {
     Q_OBJECT
@@ -31,36 +48,46 @@ public:
             SLOT(actionInvoked(uint, QString)));
         bus.connect(serviceName, objectPath, interfaceName, QStringLiteral("NotificationClosed"), this,
             SLOT(notificationClosed(uint, uint)));
+        // Read ahead, so that the first balloon already knows whether the service sounds.
+        if (isServiceAvailable())
+            readCapabilities();
     }
 
     bool isServiceAvailable() override
     {
+        // Questions to the bus itself, never to the notification service.
         QDBusConnection bus = QDBusConnection::sessionBus();
         if (!bus.isConnected() || !bus.interface())
             return false;
-        if (bus.interface()->isServiceRegistered(serviceName))
+        const QDBusReply<QString> owner = bus.interface()->serviceOwner(serviceName);
+        if (owner.isValid() && !owner.value().isEmpty()) {
+            // A service that came back, or another one, may speak differently.
+            if (owner.value() != mOwner) {
+                mOwner = owner.value();
+                mCapabilities.reset();
+                mLastId = 0;
+            }
+            if (!mCapabilities)
+                readCapabilities();
             return true;
+        }
         const QDBusReply<QStringList> activatable = bus.interface()->activatableServiceNames();
         return activatable.isValid() && activatable.value().contains(serviceName);
     }
 
-    bool show(const QString& appName, const QString& title, const QString& text, int millisTimeout) override
+    bool playsSound() override
     {
-        QDBusConnection bus = QDBusConnection::sessionBus();
-        const QString body = supportsBodyMarkup(bus) ? text.toHtmlEscaped() : text;
-        QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath, interfaceName, QStringLiteral("Notify"));
-        // Replacing the last one keeps a single balloon on screen, the one whose payload a click delivers.
-        call << appName << mLastId << QString() << title << body
-             << QStringList { defaultActionKey, tr("Open") } << QVariantMap() << millisTimeout;
-        const QDBusReply<uint> reply = bus.call(call, QDBus::Block, callTimeoutMs);
-        if (!reply.isValid()) {
-            Logger::Warn(logModule, QStringLiteral("[show] Notify failed: ") + reply.error().message());
-            return false;
-        }
-        mLastId = reply.value();
-        mShownIds.insert(mLastId);
-        Logger::Info(logModule, QStringLiteral("[show] id=") + QString::number(mLastId));
-        return true;
+        return mCapabilities && mCapabilities->contains(QStringLiteral("sound"));
+    }
+
+    void show(const Notification& notification) override
+    {
+        // Sent one at a time, so that each replaces the one before it. A service that hangs holds
+        // back only the last few; older ones would have been replaced on screen anyway.
+        mPending.append(notification);
+        while (mPending.size() > maxPending)
+            mPending.removeFirst();
+        sendPending();
     }
 
 private slots:
@@ -83,15 +110,74 @@ private slots:
     }
 
 private:
-    // A service that reads markup would swallow "<" and "&" in a message; escape for those only.
-    bool supportsBodyMarkup(QDBusConnection& bus)
+    void readCapabilities()
     {
+        if (mCapabilitiesCall)
+            return;
         const QDBusMessage call
             = QDBusMessage::createMethodCall(serviceName, objectPath, interfaceName, QStringLiteral("GetCapabilities"));
-        const QDBusReply<QStringList> reply = bus.call(call, QDBus::Block, callTimeoutMs);
-        return reply.isValid() && reply.value().contains(QStringLiteral("body-markup"));
+        mCapabilitiesCall = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call, callTimeoutMs), this);
+        connect(mCapabilitiesCall, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* watcher) {
+            const QDBusPendingReply<QStringList> reply = *watcher;
+            // A service that can't say is taken to do nothing beyond the basics.
+            mCapabilities = reply.isError() ? QStringList() : reply.value();
+            Logger::Info(logModule, QStringLiteral("[readCapabilities] ") + mCapabilities->join(QLatin1Char(',')));
+            watcher->deleteLater();
+            mCapabilitiesCall = nullptr;
+            sendPending();
+        });
     }
 
+    void sendPending()
+    {
+        if (mPending.isEmpty() || mNotifyCall)
+            return;
+        if (!mCapabilities) {
+            readCapabilities();
+            return;
+        }
+        const Notification notification = mPending.takeFirst();
+
+        // A service that reads markup would swallow "<" and "&" in a message; escape for those only.
+        const QString body = mCapabilities->contains(QStringLiteral("body-markup")) ? notification.text.toHtmlEscaped()
+                                                                                   : notification.text;
+        QVariantMap hints;
+        hints.insert(QStringLiteral("desktop-entry"), desktopEntry);
+        hints.insert(QStringLiteral("category"), QStringLiteral("im.received"));
+        if (mCapabilities->contains(QStringLiteral("sound"))) {
+            if (notification.sound)
+                hints.insert(QStringLiteral("sound-name"), QStringLiteral("message-new-instant"));
+            else
+                hints.insert(QStringLiteral("suppress-sound"), true);
+        }
+        QDBusMessage call = QDBusMessage::createMethodCall(serviceName, objectPath, interfaceName, QStringLiteral("Notify"));
+        // Replacing the last one keeps a single balloon on screen, the one whose payload a click delivers.
+        call << notification.appName << mLastId << appIcon() << notification.title << body
+             << QStringList {defaultActionKey, tr("Open")} << hints << notification.millisTimeout;
+        mNotifyCall = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call, callTimeoutMs), this);
+        connect(mNotifyCall, &QDBusPendingCallWatcher::finished, this, [this, notification](QDBusPendingCallWatcher* watcher) {
+            const QDBusPendingReply<uint> reply = *watcher;
+            watcher->deleteLater();
+            mNotifyCall = nullptr;
+            if (reply.isError()) {
+                Logger::Warn(logModule, QStringLiteral("[show] Notify failed: ") + reply.error().message());
+                // Its capabilities may be what changed; read them again for the next one.
+                mCapabilities.reset();
+                emit failed(notification);
+            } else {
+                mLastId = reply.value();
+                mShownIds.insert(mLastId);
+                Logger::Info(logModule, QStringLiteral("[show] id=") + QString::number(mLastId));
+            }
+            sendPending();
+        });
+    }
+
+    QString mOwner;
+    std::optional<QStringList> mCapabilities;
+    QList<Notification> mPending;
+    QDBusPendingCallWatcher* mCapabilitiesCall = nullptr;
+    QDBusPendingCallWatcher* mNotifyCall = nullptr;
     uint mLastId = 0;
     QSet<uint> mShownIds;
 };

@@ -109,7 +109,7 @@ SettingsDialog::SettingsDialog(QWidget* parent)
     mInfoLabel->setToolTip(tr("Make sure to turn Kestrelgap notifications on in System Preferences > Notifications > "
                               "Play sound for notifications"));
 
-    ui.native_notification->setItemText(1, tr("Use Windows Taskbar notifications"));
+    ui.native_notification->setItemText(1, tr("Use desktop notifications"));
     const QString notificationType = indexWindow->getNativeNotificationSetting();
     if (notificationType == nativeValue) {
         ui.native_notification->setCurrentIndex(1);
@@ -267,8 +267,8 @@ void SettingsDialog::setupLayout()
     soundSelection->addStretch();
     settingsDialogLayout->addLayout(soundSelection);
 
-    // Only where the system mutes our sounds for its own notifications is there anything to explain.
-    if (Properties::getOsVersion().startsWith(QLatin1String("WIN10"))) {
+    // Where the desktop's notifications sound on their own, ours fall silent and that needs saying.
+    {
         win10SoundHintLabel = new QLabel(this);
         win10SoundHintLabel->setObjectName(QStringLiteral("win10SoundHintLabel"));
         QFont font = this->font();
@@ -318,8 +318,8 @@ void SettingsDialog::updateNotificationSoundControls()
         // A blank line keeps the dialog from changing height when the hint comes and goes.
         win10SoundHintLabel->setText(soundAvailable
                 ? QStringLiteral("\n")
-                : tr("To manage Taskbar notification sounds, navigate to\nControl Panel > Sound > Sounds > Program "
-                     "Events > Notification."));
+                : tr("Your desktop plays the sound of its notifications.\nChange it in the desktop's notification "
+                     "settings."));
     }
 
     bool soundControlsEnabled = false;
