@@ -22,6 +22,7 @@
 #include "platform/fileopener.h"
 #include "platform/osversion.h"
 #include "preferences/settingsdialog.h"
+#include "resourceinit.h"
 #include "web/indexwindow.h"
 
 namespace {
@@ -128,6 +129,7 @@ private:
 
 void TestSettingsDialog::initTestCase()
 {
+    kestrelgapInitResources();
     OsVersionSource::setInstance(&mOs);
     DesktopNotifier::setInstance(&mNotifier);
     FileOpener::setInstance(&mOpener);
@@ -272,7 +274,7 @@ void TestSettingsDialog::noOtherSystemsWording()
     QVERIFY(language.isEmpty() || translator.load("kestrelgap_" + language, ":/translations"));
     QCoreApplication::installTranslator(&translator);
     QStringList texts;
-    for (const QString& service : { "silent", "sounding" }) {
+    for (const char* service : { "silent", "sounding" }) {
         mNotifier.kind = service;
         QSettings().setValue("native-notification-setting", "native-notification");
         mDialog.reset(new SettingsDialog());
