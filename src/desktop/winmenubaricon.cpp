@@ -211,7 +211,8 @@ void WinMenuBarIcon::removeCloseQuickReplyWindowsOption()
         trayCloseQuickReplyWindowsAction->setVisible(false);
 }
 
-void WinMenuBarIcon::showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout)
+void WinMenuBarIcon::showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout,
+    const QString& json, bool replyButton, const QString& image)
 {
     Logger::Info(logModule, QStringLiteral("[showMessage] title=") + title);
     // The desktop's own notification service reports clicks back to us; Qt's balloon is the fallback.
@@ -222,10 +223,16 @@ void WinMenuBarIcon::showMessage(QString title, QString text, QSystemTrayIcon::M
         notification.title = title;
         notification.text = text;
         notification.millisTimeout = millisTimeout;
+        notification.json = json;
+        notification.replyButton = replyButton;
+        notification.image = image;
         // The service sounds only where the program keeps quiet; see IndexWindow::playNotificationSound.
         notification.sound = mIndexWindow && mIndexWindow->isNotificationSoundEnabled()
             && !mIndexWindow->isNotificationSoundEnabledForThisOSVersion();
         connect(notifier, &DesktopNotifier::failed, this, &WinMenuBarIcon::showQtBalloon, Qt::UniqueConnection);
+        connect(notifier, &DesktopNotifier::replied, this, &WinMenuBarIcon::notificationReplied, Qt::UniqueConnection);
+        connect(notifier, &DesktopNotifier::replyChosen, this, &WinMenuBarIcon::notificationReplyChosen,
+            Qt::UniqueConnection);
         notifier->show(notification);
         // A new connection per balloon: after n balloons a click runs the slot n times, as with Qt's balloon.
         connect(notifier, &DesktopNotifier::clicked, this, &WinMenuBarIcon::windowsSystemTrayIconClicked);
@@ -245,6 +252,45 @@ void WinMenuBarIcon::showQtBalloon(const DesktopNotifier::Notification& notifica
         return;
     mTrayIcon->showMessage(notification.title, notification.text, QSystemTrayIcon::NoIcon, notification.millisTimeout);
     connect(mTrayIcon, &QSystemTrayIcon::messageClicked, this, &WinMenuBarIcon::windowsSystemTrayIconClicked);
+}
+
+namespace {
+// The text as the body of a single-quoted script string: the page's helper gets it in a script.
+QString scriptStringBody(const QString& text)
+{
+    QString body;
+    for (const QChar c : text) {
+        if (c == QLatin1Char('\\') || c == QLatin1Char('\'') || c == QLatin1Char('"')) {
+            body += QLatin1Char('\\');
+            body += c;
+        }
+        else if (c.unicode() < 0x20 || c == QLatin1Char('<') || c == QLatin1Char('>') || c.unicode() == 0x2028
+            || c.unicode() == 0x2029)
+            body += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        else
+            body += c;
+    }
+    return body;
+}
+} // namespace
+
+void WinMenuBarIcon::notificationReplied(const QString& json, const QString& text)
+{
+    Logger::Info(logModule, QStringLiteral("[notificationReplied] called"));
+    // The page's payload is its own script expression; the typed text is not, so it goes in escaped.
+    if (mIndexWindow && !json.isEmpty())
+        mIndexWindow->processJson(json, scriptStringBody(text));
+}
+
+void WinMenuBarIcon::notificationReplyChosen(const QString& json)
+{
+    Logger::Info(logModule, QStringLiteral("[notificationReplyChosen] called"));
+    if (!mIndexWindow)
+        return;
+    // As a click on it, with this notification's own payload: the page opens its reply view.
+    mIndexWindow->showMainWindow();
+    if (!json.isEmpty())
+        mIndexWindow->processJson(json, QString());
 }
 
 void WinMenuBarIcon::windowsSystemTrayIconClicked()

@@ -27,7 +27,9 @@ public:
     void addCloseQuickReplyWindowsOption();
     void removeCloseQuickReplyWindowsOption();
     void translationChanged();
-    void showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout);
+    // json, replyButton and image only reach a desktop notification service; Qt's balloon has no use for them.
+    void showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout,
+        const QString& json = QString(), bool replyButton = false, const QString& image = QString());
 
     QSystemTrayIcon* trayIcon() const { return mTrayIcon; }
     QMenu* contextMenu() const { return mContextMenu; }
@@ -53,6 +55,8 @@ private:
     void buildContextMenu(int status, bool isCharging);
     void openMenuFromClick();
     void showQtBalloon(const DesktopNotifier::Notification& notification);
+    void notificationReplied(const QString& json, const QString& text);
+    void notificationReplyChosen(const QString& json);
     static QIcon trayIconImage();
     void setLoginGatedActionsEnabled(bool enabled);
     void activateHackWindow();

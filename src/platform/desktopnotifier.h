@@ -16,6 +16,12 @@ public:
         int millisTimeout = -1;
         // Whether the balloon should sound; the service is asked to stay silent otherwise.
         bool sound = false;
+        // The page's payload, handed back with a reply to this notification.
+        QString json;
+        // Offer a reply where the service can take one: typed in place, or a button.
+        bool replyButton = false;
+        // A local picture or an http(s) address; one that can't be had within a second is left out.
+        QString image;
     };
 
     using QObject::QObject;
@@ -39,6 +45,10 @@ signals:
     void clicked();
     // The service turned this notification down, so another way must show it.
     void failed(const DesktopNotifier::Notification& notification);
+    // The user typed a reply into the notification that carried `json`.
+    void replied(const QString& json, const QString& text);
+    // The user chose the reply button of the notification that carried `json`.
+    void replyChosen(const QString& json);
 
 private:
     static DesktopNotifier* systemNotifier();

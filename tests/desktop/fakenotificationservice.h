@@ -63,14 +63,32 @@ public:
     {
         QMutexLocker lock(&mMutex);
         mReceived.clear();
+        mClosed.clear();
+        mApart = false;
         mRefuse = refuse;
         mCapabilities = QStringList {"actions", "body"} + capabilities;
         mHang = hang;
     }
+    QList<uint> closed() const
+    {
+        QMutexLocker lock(&mMutex);
+        return mClosed;
+    }
+    // What a service with inline replies sends when the user typed one into a notification.
+    void reply(uint id, const QString& text)
+    {
+        emitSignal(QDBusMessage::createSignal(path, service, QStringLiteral("NotificationReplied")) << id << text);
+    }
     // What the desktop sends when the user clicks a notification or one of its buttons.
     void click(uint id, const QString& action = QStringLiteral("default"))
     {
-        QDBusConnection(mBusName).send(QDBusMessage::createSignal(path, service, QStringLiteral("ActionInvoked")) << id << action);
+        emitSignal(QDBusMessage::createSignal(path, service, QStringLiteral("ActionInvoked")) << id << action);
+    }
+    // Each notification stays on screen with an id of its own, whatever it asked to replace.
+    void keepApart(bool apart)
+    {
+        QMutexLocker lock(&mMutex);
+        mApart = apart;
     }
 
 public slots:
@@ -86,9 +104,14 @@ public slots:
             sendErrorReply(QDBusError::Failed, QStringLiteral("refused"));
             return 0;
         }
-        mReceived << Notification {replacesId ? replacesId : ++mLastId, replacesId, appName, appIcon, summary, body,
+        mReceived << Notification {replacesId && !mApart ? replacesId : ++mLastId, replacesId, appName, appIcon, summary, body,
             actions, hints, timeout};
         return mReceived.last().id;
+    }
+    void CloseNotification(uint id)
+    {
+        QMutexLocker lock(&mMutex);
+        mClosed << id;
     }
     QStringList GetCapabilities()
     {
@@ -99,12 +122,20 @@ public slots:
     }
 
 private:
+    // From the service's own thread, so it follows the reply to a call that thread is answering.
+    void emitSignal(const QDBusMessage& signal)
+    {
+        const QString busName = mBusName;
+        QMetaObject::invokeMethod(this, [busName, signal] { QDBusConnection(busName).send(signal); }, Qt::QueuedConnection);
+    }
+
     const QString service = QStringLiteral("org.freedesktop.Notifications");
     const QString path = QStringLiteral("/org/freedesktop/Notifications");
     mutable QMutex mMutex;
     QList<Notification> mReceived;
+    QList<uint> mClosed;
     QStringList mCapabilities {"actions", "body"};
-    bool mRefuse = false, mHang = false;
+    bool mRefuse = false, mHang = false, mApart = false;
     uint mLastId = 0;
     int mStarts = 0;
     QString mBusName;

@@ -30,7 +30,9 @@ const char recordingPage[] = R"(<html><script>
   var _gaq = { push: function (a) {} }, _kmq = _gaq;
   function nativeAppWindowComposeSingleMessageHelper() { record('compose'); }
   function openPhoneLiveViewInNativeAppWindow(o) { record('open:' + o.type); }
-  function processJSONFromNativeNotificationClickHelper(json, reply) { record('json:' + json); }
+  function processJSONFromNativeNotificationClickHelper(json, reply) {
+    record('json:' + json + (reply === undefined ? '' : ' reply:' + reply));
+  }
 </script></html>)";
 
 // The visible entries as a user reads them, "*" after one with an icon; disabled ones in brackets.
@@ -100,6 +102,12 @@ private slots:
     void balloonText();
     void mainWindowHidesAndComesBack_data();
     void mainWindowHidesAndComesBack();
+    void replies_data();
+    void replies();
+    void replyTextArrivesIntact_data();
+    void replyTextArrivesIntact();
+    void contactImage_data();
+    void contactImage();
     void helperWindowNeverShows();
     void hungServiceLeavesWindowResponsive();
     void quitConfirmation();
@@ -296,7 +304,7 @@ void TestTray::serviceNotifications()
 
     // Another program's notification and a button that isn't the body don't count.
     mService.click(shown.at(1).id + 100);
-    mService.click(shown.at(1).id, "reply");
+    mService.click(shown.at(1).id, "snooze");
     mService.click(shown.at(1).id);
     QTRY_COMPARE(events(), QStringList {"json:{\"thread\":4}"});
 
@@ -370,6 +378,95 @@ void TestTray::serviceSound()
             seen << QString(name) + "=" + sent.value(name).toString();
     QCOMPARE(seen, hints);
     mIndexWindow->setNativeNotificationSetting("quick-reply-notification");
+}
+
+void TestTray::replies_data()
+{
+    QTest::addColumn<QStringList>("capabilities");
+    QTest::addColumn<bool>("asked");         // the page asked for a reply button
+    QTest::addColumn<QStringList>("actions"); // what the service is given beyond the default one
+    QTest::addColumn<QString>("answer");      // "type <text>", "button" or nothing
+    QTest::addColumn<QStringList>("events");
+    QTest::newRow("inline reply goes with the first of two")
+        << QStringList {"inline-reply"} << true << QStringList {"inline-reply", "Reply"} << "type on my way"
+        << QStringList {"json:{\"thread\":1} reply:on my way"};
+    QTest::newRow("actions only: a button that opens the thread")
+        << QStringList() << true << QStringList {"reply", "Reply"} << "button" << QStringList {"json:{\"thread\":1}"};
+    QTest::newRow("no button asked") << QStringList {"inline-reply"} << false << QStringList() << "" << QStringList();
+}
+
+// Two notifications on screen, as a service that keeps each one shows them; the user answers the first.
+void TestTray::replies()
+{
+    QFETCH(QStringList, capabilities);
+    QFETCH(bool, asked);
+    QFETCH(QStringList, actions);
+    QFETCH(QString, answer);
+    QFETCH(QStringList, events);
+
+    mService.reset(false, capabilities);
+    mService.keepApart(true);
+    QVERIFY(mService.start());
+    mMainWindow->hide();
+    mIndexWindow->showNotification("{\"thread\":1}", "Ann", "hi", false, asked);
+    mIndexWindow->showNotification("{\"thread\":2}", "Bob", "yo", false, asked);
+    QTRY_COMPARE(mService.received().size(), 2);
+    const uint first = mService.received().at(0).id;
+    QCOMPARE(mService.received().at(1).actions.mid(2), actions);
+    mService.reply(first + 1000, "not ours");
+    if (answer.startsWith("type ")) {
+        mService.reply(first, answer.mid(5));
+        QTRY_COMPARE(mService.closed(), QList<uint> {first});
+    } else if (answer == "button") {
+        mService.click(first, "reply");
+        QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->isVisible(), windowManagerTimeout);
+    }
+    QTRY_COMPARE(this->events(), events);
+}
+
+void TestTray::replyTextArrivesIntact_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::newRow("quotes") << "it's \"fine\"";
+    QTest::newRow("backslashes") << "C:\\new\\ \\'";
+    QTest::newRow("newlines") << "one\ntwo\r\nthree";
+    QTest::newRow("closing script") << "</script><script>record('owned')</script>";
+    QTest::newRow("line separators") << QString::fromUtf8("a\u2028b\u2029c");
+}
+
+void TestTray::replyTextArrivesIntact()
+{
+    QFETCH(QString, text);
+
+    mService.reset(false, {"inline-reply"});
+    QVERIFY(mService.start());
+    mIndexWindow->showNotification("{\"thread\":3}", "Ann", "hi", false, true);
+    QTRY_COMPARE(mService.received().size(), 1);
+    mService.reply(mService.received().at(0).id, text);
+    QTRY_COMPARE(events(), QStringList {"json:{\"thread\":3} reply:" + text});
+}
+
+void TestTray::contactImage_data()
+{
+    QTest::addColumn<QString>("image"); // "file" for a picture on disk
+    QTest::addColumn<bool>("hinted");
+    QTest::newRow("local file") << "file" << true;
+    QTest::newRow("missing file") << "/nonexistent/face.png" << false;
+    QTest::newRow("unreachable address") << "http://127.0.0.1:9/face.png" << false;
+}
+
+void TestTray::contactImage()
+{
+    QFETCH(QString, image);
+    QFETCH(bool, hinted);
+
+    const QString face = mDir.filePath("face.png");
+    QVERIFY(QImage(8, 8, QImage::Format_RGB32).save(face));
+    mService.reset(false, {});
+    QVERIFY(mService.start());
+    mIndexWindow->showNotification("{}", "Ann", "hi", false, false, image == "file" ? face : image);
+    QTRY_COMPARE_WITH_TIMEOUT(mService.received().size(), 1, windowManagerTimeout);
+    QCOMPARE(mService.received().at(0).hints.value("image-path").toString(), hinted ? face : QString());
 }
 
 // Without a compositor a transparent window is drawn black: the helper must leave the tray corner as it was.
