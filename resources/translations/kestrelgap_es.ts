@@ -68,6 +68,10 @@
         <source>Open</source>
         <translation>Abrir</translation>
     </message>
+    <message>
+        <source>Reply</source>
+        <translation>Responder</translation>
+    </message>
 </context>
 <context>
     <name>IndexWindow</name>

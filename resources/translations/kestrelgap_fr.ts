@@ -68,6 +68,10 @@
         <source>Open</source>
         <translation>Ouvrir</translation>
     </message>
+    <message>
+        <source>Reply</source>
+        <translation>Répondre</translation>
+    </message>
 </context>
 <context>
     <name>IndexWindow</name>
