@@ -293,6 +293,8 @@ if [ "$with_notifications" -eq 1 ]; then
     show_indicators = yes
     markup = full
     format = "<b>%s</b>\n%b"
+    # "dunstctl context" takes the Reply entry, as a user would from the menu.
+    dmenu = /bin/grep -m1 -F Reply
 [urgency_low]
     timeout = 0
 [urgency_normal]

@@ -44,6 +44,7 @@ private slots:
     void closeLeavesWayBack_data();
     void closeLeavesWayBack();
     void daemonNotificationClick();
+    void daemonReplyButton();
 
 private:
     QStringList events() const { return mFrame->evaluateJavaScript("window.events").toStringList(); }
@@ -138,6 +139,23 @@ void TestBareDesktop::daemonNotificationClick()
     QTRY_COMPARE_WITH_TIMEOUT(dunstctl({"count", "displayed"}).trimmed(), QStringLiteral("1"), windowManagerTimeout);
     QCOMPARE(dunstctl({"action", "0"}), QString());
     QTRY_COMPARE(events(), QStringList {"json:{\"thread\":9}"});
+    QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->isVisible(), windowManagerTimeout);
+}
+
+// dunst has actions and no inline reply: a Reply button, chosen from its menu, opens that thread.
+void TestBareDesktop::daemonReplyButton()
+{
+    QCOMPARE(dunstctl({"close-all"}), QString());
+    mMainWindow->hide();
+    mFrame->evaluateJavaScript("window.events = [];");
+    mIndexWindow->showNotification("{\"thread\":10}", "Cleo", "Lunch tomorrow?", false, true);
+    QTRY_COMPARE_WITH_TIMEOUT(dunstctl({"count", "displayed"}).trimmed(), QStringLiteral("1"), windowManagerTimeout);
+    if (!qEnvironmentVariableIsEmpty("DESKTOP_SESSION_SCREENSHOT_DIR"))
+        QProcess::execute("import", {"-window", "root", qEnvironmentVariable("DESKTOP_SESSION_SCREENSHOT_DIR") + "/dunst-reply.png"});
+    // A later balloon's payload is what a plain click would deliver; the button keeps to its own.
+    mIndexWindow->setJsonForWindows("{\"thread\":99}");
+    QCOMPARE(dunstctl({"context"}), QString());
+    QTRY_COMPARE(events(), QStringList {"json:{\"thread\":10}"});
     QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->isVisible(), windowManagerTimeout);
 }
 
