@@ -267,9 +267,15 @@ void TestTray::balloonClickDeliversLatestPayloadOnce()
         QVERIFY(mService.start());
     mMainWindow->showNormal();
     QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->windowHandle() && mMainWindow->windowHandle()->isExposed(), windowManagerTimeout);
-    mMainWindow->showMinimized();
     // Iconified by the window manager, not only flagged: a restore sent earlier would be undone.
-    QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->isMinimized() && !mMainWindow->windowHandle()->isExposed(), windowManagerTimeout);
+    // An activation still on its way from the row before can undo it; then it is asked for again.
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [this] {
+            if (!mMainWindow->isMinimized())
+                mMainWindow->showMinimized();
+            return mMainWindow->isMinimized() && !mMainWindow->windowHandle()->isExposed();
+        }(),
+        windowManagerTimeout);
     mIndexWindow->showNotification("{\"thread\":1}", "Ann", "hi", true);
     mIndexWindow->showNotification("{\"thread\":2}", "Bob", "yo", true);
     if (service) {

@@ -58,9 +58,8 @@ StatusNotifierHost::~StatusNotifierHost()
     // Undone on the host's own thread, and the object handed back, before its thread ends.
     QThread* owner = QThread::currentThread();
     QMetaObject::invokeMethod(this, [this, owner] {
-        const QString service = itemService();
         for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
-            mBus.disconnect(service, mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
+            mBus.disconnect(QString(), mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
         mBus.unregisterService(watcherService);
         mBus.unregisterObject(QStringLiteral("/StatusNotifierWatcher"));
         moveToThread(owner);
@@ -119,10 +118,11 @@ void StatusNotifierHost::menuPathReply(const QDBusMessage& reply)
     if (menuPath.isEmpty())
         return;
     mMenuPath = menuPath;
-    const QString service = itemService();
     // What a panel listens to; a menu that changes without saying so keeps its old copy on screen.
-    mBus.connect(service, mMenuPath, menuInterface, QStringLiteral("LayoutUpdated"), this, SLOT(readLayout()));
-    mBus.connect(service, mMenuPath, menuInterface, QStringLiteral("ItemsPropertiesUpdated"), this, SLOT(readLayout()));
+    // From any sender on that path: matching the item's bus name would wait on looking up its owner,
+    // and signals that came meanwhile would be lost. Only one item registers here.
+    for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
+        mBus.connect(QString(), mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
     readLayout();
 }
 
