@@ -20,10 +20,12 @@ install(CODE "
 ")
 install(FILES "${PROJECT_BINARY_DIR}/packaging/kestrelgap.desktop" DESTINATION share/applications)
 install(PROGRAMS "${PROJECT_BINARY_DIR}/packaging/kestrelgap" DESTINATION bin)
-install(FILES "${PROJECT_SOURCE_DIR}/kestrelgap.iconset/icon_16x16.png"
-    DESTINATION share/icons/hicolor/16x16/apps RENAME kestrelgap.png)
-install(FILES "${PROJECT_SOURCE_DIR}/kestrelgap.iconset/icon_512x512.png"
-    DESTINATION share/icons/hicolor/512x512/apps RENAME kestrelgap.png)
+foreach(size 16 22 24 32 48 64 128 256 512)
+    install(FILES "${PROJECT_SOURCE_DIR}/kestrelgap.iconset/icon_${size}x${size}.png"
+        DESTINATION share/icons/hicolor/${size}x${size}/apps RENAME kestrelgap.png)
+endforeach()
+install(FILES "${PROJECT_SOURCE_DIR}/kestrelgap.iconset/icon_scalable.svg"
+    DESTINATION share/icons/hicolor/scalable/apps RENAME kestrelgap.svg)
 
 set(CPACK_PACKAGE_NAME "kestrelgap")
 set(CPACK_PACKAGE_VENDOR "Kestrelgap")

@@ -3,12 +3,16 @@
 # optional window manager, a real system tray and a private session bus.
 # Everything started here is stopped again by PID when the command ends.
 #
-# Usage: scripts/desktop-session.sh [--size WxH] [--wm] [--screenshot-dir DIR] -- command [args...]
+# Usage: scripts/desktop-session.sh [options] -- command [args...]
 #   --size WxH            screen size, 24-bit depth (default 1920x1080)
 #   --wm                  also run openbox as window manager
+#   --no-tray             no system tray at all, as on a bare window manager
+#   --notifications       run dunst as the session's notification service
 #   --screenshot-dir DIR  save DIR/desktop-final.png of the whole screen when
 #                         the command has ended; DIR is also exported to the
 #                         command as DESKTOP_SESSION_SCREENSHOT_DIR
+# A StatusNotifierItem panel is the test's own (tests/support/statusnotifierhost.h):
+# Qt exports its icon that way only if a panel is there before the first icon.
 # The exit status is the command's (or 2 for a usage error, 3 when the
 # desktop could not be brought up).
 
@@ -17,12 +21,14 @@
 set -u
 
 usage() {
-    sed -n '6,13p' "$0" | sed 's/^# \{0,1\}//' >&2
+    sed -n '6,17p' "$0" | sed 's/^# \{0,1\}//' >&2
     exit "${1:-2}"
 }
 
 size=1920x1080
 with_wm=0
+with_tray=1
+with_notifications=0
 screenshot_dir=""
 while [ $# -gt 0 ]; do
     case "$1" in
@@ -35,6 +41,12 @@ while [ $# -gt 0 ]; do
             shift ;;
         --wm)
             with_wm=1
+            shift ;;
+        --no-tray)
+            with_tray=0
+            shift ;;
+        --notifications)
+            with_notifications=1
             shift ;;
         --screenshot-dir)
             [ $# -ge 2 ] || usage
@@ -64,6 +76,7 @@ readonly STARTUP_TIMEOUT=15   # seconds per component
 xvfb_pid=""
 wm_pid=""
 tray_pid=""
+notifications_pid=""
 bus_pid=""
 cmd_pid=""
 session_dir=$(mktemp -d "${TMPDIR:-/tmp}/desktop-session.XXXXXX")
@@ -99,6 +112,7 @@ stop_pid() {
 cleanup() {
     trap - EXIT HUP INT PIPE TERM
     stop_pid "$cmd_pid"
+    stop_pid "$notifications_pid"
     stop_pid "$tray_pid"
     stop_pid "$wm_pid"
     stop_pid "$bus_pid"
@@ -205,18 +219,37 @@ if [ "$with_wm" -eq 1 ]; then
     fi
 fi
 
-trayer --edge bottom --align right --widthtype request --height 24 \
-    --SetDockType true --SetPartialStrut true --transparent false \
-    --tint 0x303030 >"$session_dir/trayer.log" 2>&1 &
-tray_pid=$!
-if ! wait_until "trayer" "$tray_pid" tray_owned; then
-    dump_logs
-    exit 3
+if [ "$with_tray" -eq 1 ]; then
+    trayer --edge bottom --align right --widthtype request --height 24 \
+        --SetDockType true --SetPartialStrut true --transparent false \
+        --tint 0x303030 >"$session_dir/trayer.log" 2>&1 &
+    tray_pid=$!
+    if ! wait_until "trayer" "$tray_pid" tray_owned; then
+        dump_logs
+        exit 3
+    fi
 fi
 
-# A private session bus; nothing offers a notification service on it.
+# A private session bus; nothing offers a notification service on it unless
+# asked to. It starts no services on demand either: an installed daemon (dunst
+# is one) would otherwise come up at the first notification.
 if command -v dbus-daemon >/dev/null 2>&1; then
-    dbus-daemon --session --nofork --nopidfile --nosyslog \
+    cat >"$session_dir/bus.conf" <<'BUSCONF'
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <keep_umask/>
+  <listen>unix:tmpdir=/tmp</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+BUSCONF
+    dbus-daemon --config-file="$session_dir/bus.conf" --nofork --nopidfile --nosyslog \
         --address="unix:path=$session_dir/bus" \
         --print-address=1 >"$session_dir/bus.address" 2>"$session_dir/dbus.log" &
     bus_pid=$!
@@ -229,6 +262,52 @@ if command -v dbus-daemon >/dev/null 2>&1; then
 else
     log "dbus-daemon not found; running without a session bus"
     unset DBUS_SESSION_BUS_ADDRESS
+fi
+
+notifications_owned() {
+    dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+        org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications | grep -q 'boolean true'
+}
+
+# dunst with a configuration of its own: the user's must not decide what a test sees. Top right,
+# clear of the tray corner; its notifications stay until closed or acted on.
+if [ "$with_notifications" -eq 1 ]; then
+    if [ -z "$bus_pid" ]; then
+        log "--notifications needs a session bus"
+        exit 3
+    fi
+    cat >"$session_dir/dunstrc" <<'DUNSTRC'
+[global]
+    monitor = 0
+    follow = none
+    width = 420
+    origin = top-right
+    offset = 12x12
+    font = DejaVu Sans 11
+    frame_width = 1
+    frame_color = "#419ab1"
+    background = "#ffffff"
+    foreground = "#202020"
+    icon_position = left
+    max_icon_size = 48
+    show_indicators = yes
+    markup = full
+    format = "<b>%s</b>\n%b"
+    # "dunstctl context" takes the Reply entry, as a user would from the menu.
+    dmenu = /bin/grep -m1 -F Reply
+[urgency_low]
+    timeout = 0
+[urgency_normal]
+    timeout = 0
+[urgency_critical]
+    timeout = 0
+DUNSTRC
+    dunst -config "$session_dir/dunstrc" >"$session_dir/dunst.log" 2>&1 &
+    notifications_pid=$!
+    if ! wait_until "dunst" "$notifications_pid" notifications_owned; then
+        dump_logs
+        exit 3
+    fi
 fi
 
 # Qt and others want a private runtime folder; lend them the session's own.

@@ -23,6 +23,7 @@ libqt5svg5
 xvfb
 xauth
 trayer
+dunst
 openbox
 x11-utils
 x11-xserver-utils

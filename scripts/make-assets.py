@@ -316,7 +316,15 @@ def text_bubble():
 
 IMAGES = [
     # (path, pixel size, artwork)
+    # The usual hicolor sizes: panels and launchers scale none of them. Below 32 px the dots would blur.
     ("kestrelgap.iconset/icon_16x16.png", 16, lambda: app_icon(small=True)),
+    ("kestrelgap.iconset/icon_22x22.png", 22, lambda: app_icon(small=True)),
+    ("kestrelgap.iconset/icon_24x24.png", 24, lambda: app_icon(small=True)),
+    ("kestrelgap.iconset/icon_32x32.png", 32, app_icon),
+    ("kestrelgap.iconset/icon_48x48.png", 48, app_icon),
+    ("kestrelgap.iconset/icon_64x64.png", 64, app_icon),
+    ("kestrelgap.iconset/icon_128x128.png", 128, app_icon),
+    ("kestrelgap.iconset/icon_256x256.png", 256, app_icon),
     ("kestrelgap.iconset/icon_512x512.png", 512, app_icon),
     ("resources/images/kestrelgap.iconset/icon_128x128.png", 128, app_icon),
     ("resources/images/kestrelgap.iconset/icon_black_play_arrow.png", 24, play_arrow),
@@ -402,6 +410,25 @@ SOUNDS = [
 ]
 
 
+def app_icon_svg():
+    """The launcher icon as vector art, the same drawing as app_icon() on its 64-unit grid."""
+    x0, y0, x1, y1 = 13, 15, 51, 43
+    w, h = x1 - x0, y1 - y0
+    r = min(w, h) * 0.42
+    tail = [(x0 + w * 0.16, y1 - h * 0.30), (x0 + w * 0.42, y1 - h * 0.10), (x0 + w * 0.04, y1 + h * 0.28)]
+    hexc = lambda c: "#%02x%02x%02x" % c
+    dots = "".join('<circle cx="%g" cy="29" r="3.4" fill="%s"/>' % (cx, hexc(TEAL)) for cx in (23.5, 32.0, 40.5))
+    svg = ('<svg xmlns="http://www.w3.org/2000/svg" width="64" height="64" viewBox="0 0 64 64">'
+           '<defs><linearGradient id="g" x1="0" y1="2" x2="0" y2="62" gradientUnits="userSpaceOnUse">'
+           '<stop offset="0" stop-color="%s"/><stop offset="1" stop-color="%s"/></linearGradient></defs>'
+           '<rect x="2" y="2" width="60" height="60" rx="13" fill="url(#g)"/>'
+           '<rect x="%g" y="%g" width="%g" height="%g" rx="%.2f" fill="#ffffff"/>'
+           '<polygon points="%s" fill="#ffffff"/>%s</svg>\n') % (
+        hexc(TEAL_LIGHT), hexc(TEAL_DARK), x0, y0, w, h, r,
+        " ".join("%.2f,%.2f" % p for p in tail), dots)
+    return svg.encode("ascii")
+
+
 def wav_bytes(frames):
     buf = io.BytesIO()
     with wave.open(buf, "wb") as out:
@@ -420,6 +447,7 @@ def generate():
         yield path, png_bytes(render(size, grid, layers))
     for path, duration, notes in SOUNDS:
         yield path, wav_bytes(synthesise(duration, notes))
+    yield "kestrelgap.iconset/icon_scalable.svg", app_icon_svg()
 
 
 def main():

@@ -68,6 +68,10 @@
         <source>Open</source>
         <translation>Abrir</translation>
     </message>
+    <message>
+        <source>Reply</source>
+        <translation>Responder</translation>
+    </message>
 </context>
 <context>
     <name>IndexWindow</name>
@@ -314,18 +318,18 @@
         <translation>Utilizar las notificaciones de respuesta rápida</translation>
     </message>
     <message>
-        <source>Use Windows Taskbar notifications</source>
-        <translation>Utilice las notificaciones de la barra de tareas de Windows </translation>
+        <source>Use desktop notifications</source>
+        <translation>Usar las notificaciones del escritorio</translation>
     </message>
     <message>
         <source>Yeah</source>
         <translation>Yeah</translation>
     </message>
     <message>
-        <source>To manage Taskbar notification sounds, navigate to
-Control Panel &gt; Sound &gt; Sounds &gt; Program Events &gt; Notification.</source>
-        <translation>Para administrar los sonidos de notificación barra de tareas, vaya a
-Panel de control &gt; Sonido &gt; Sonidos &gt; Eventos de programa &gt; Notificación</translation>
+        <source>Your desktop plays the sound of its notifications.
+Change it in the desktop&apos;s notification settings.</source>
+        <translation>Su escritorio reproduce el sonido de sus notificaciones.
+Cámbielo en la configuración de notificaciones del escritorio.</translation>
     </message>
 </context>
 <context>

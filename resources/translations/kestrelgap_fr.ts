@@ -68,6 +68,10 @@
         <source>Open</source>
         <translation>Ouvrir</translation>
     </message>
+    <message>
+        <source>Reply</source>
+        <translation>Répondre</translation>
+    </message>
 </context>
 <context>
     <name>IndexWindow</name>
@@ -314,18 +318,18 @@
         <translation>Utiliser les notifications de réponse rapide</translation>
     </message>
     <message>
-        <source>Use Windows Taskbar notifications</source>
-        <translation>Utilisez les notifications de la barre des tâches de Windows</translation>
+        <source>Use desktop notifications</source>
+        <translation>Utiliser les notifications du bureau</translation>
     </message>
     <message>
         <source>Yeah</source>
         <translation>Yeah</translation>
     </message>
     <message>
-        <source>To manage Taskbar notification sounds, navigate to
-Control Panel &gt; Sound &gt; Sounds &gt; Program Events &gt; Notification.</source>
-        <translation>Pour gérer la notification Taskbar sons, accédez à
-Panneau de configuration &gt; Son &gt; Sons &gt; Événements &gt; Notification </translation>
+        <source>Your desktop plays the sound of its notifications.
+Change it in the desktop&apos;s notification settings.</source>
+        <translation>Votre bureau joue le son de ses notifications.
+Modifiez-le dans les paramètres de notification du bureau.</translation>
     </message>
 </context>
 <context>

@@ -11,6 +11,7 @@
 #include <QMenuBar>
 #include <QSettings>
 #include <QShortcut>
+#include <QSystemTrayIcon>
 #include <QTimer>
 
 #include "core/logger.h"
@@ -282,10 +283,17 @@ void MainWindow::setLoggedInMenuOptionsEnabled(bool enabled)
     mSignOutAction->setEnabled(enabled);
 }
 
-void MainWindow::closeEvent(QCloseEvent* /*event*/)
+void MainWindow::closeEvent(QCloseEvent* event)
 {
     Logger::Info(logModule, QStringLiteral("[closeEvent] called"));
     saveWindowSettings();
+    // A hidden window comes back through the tray icon. Without a tray to hold one (asked each time:
+    // a panel may come or go) the task bar has to, or the program would run on with no way back.
+    if (!QSystemTrayIcon::isSystemTrayAvailable()) {
+        event->ignore();
+        showMinimized();
+        return;
+    }
     hide();
 }
 

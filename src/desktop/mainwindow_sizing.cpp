@@ -11,6 +11,7 @@
 #include <QPropertyAnimation>
 #include <QScreen>
 #include <QSettings>
+#include <QSystemTrayIcon>
 #include <QTimer>
 #include <QDeadlineTimer>
 #include <cmath>
@@ -291,7 +292,7 @@ void MainWindow::resizeWindowToMessengerSize(bool runAnimation)
     bool startHidden = false;
     if (mIndexWindow->getSetting(QStringLiteral("do-not-launch-main-window-on-start"), QStringLiteral("0"))
             == QLatin1String("1")
-        && runAnimation) {
+        && runAnimation && QSystemTrayIcon::isSystemTrayAvailable()) {
         close();
         startHidden = true;
     }

@@ -42,9 +42,22 @@ WinMenuBarIcon::WinMenuBarIcon(QObject* parent)
     , trayQuitAction(nullptr)
     , trayLivePhoneViewAction(nullptr)
     , trayPhoneDialerAction(nullptr)
+    , mBatteryAction(nullptr)
     , mStatusBarIconActions(nullptr)
     , mIndexWindow(nullptr)
 {
+    mClickTimer.setSingleShot(true);
+    connect(&mClickTimer, &QTimer::timeout, this, &WinMenuBarIcon::openMenuFromClick);
+}
+
+QIcon WinMenuBarIcon::trayIconImage()
+{
+    // Every size the iconset holds, so panels of any height and scale pick a sharp one. Relative on
+    // purpose: the images ship in the program folder, not in the resources.
+    QIcon icon;
+    for (int size : {16, 22, 24, 32, 48, 64, 128, 256, 512})
+        icon.addFile(QStringLiteral("kestrelgap.iconset/icon_%1x%1.png").arg(size), QSize(size, size));
+    return icon;
 }
 
 void WinMenuBarIcon::show()
@@ -53,8 +66,7 @@ void WinMenuBarIcon::show()
     mStatusBarIconActions = new StatusBarIconActions(nullptr);
     mIndexWindow = indexWindowHolder::get();
 
-    // Relative on purpose: the icon ships in the program folder, not in the resources.
-    mTrayIcon = new QSystemTrayIcon(QIcon(QStringLiteral("kestrelgap.iconset/icon_16x16.png")), nullptr);
+    mTrayIcon = new QSystemTrayIcon(trayIconImage(), nullptr);
     mTrayIcon->setVisible(true);
     mTrayIcon->setToolTip(QStringLiteral("Kestrelgap"));
     mTrayIcon->setVisible(true);
@@ -102,7 +114,7 @@ void WinMenuBarIcon::buildContextMenu(int status, bool isCharging)
     Logger::Debug(logModule, QStringLiteral("[buildContextMenu] status=") + QString::number(status)
             + QStringLiteral(", isCharging=") + QVariant(isCharging).toString());
 
-    // These five outlive every rebuild, so their enabled state and visibility carry over.
+    // Every entry outlives the rebuilds, so enabled state and visibility carry over.
     ensureAction(trayComposeNewAction, tr("New Message..."),
         QStringLiteral(":/images/kestrelgap.iconset/compose_new.png"), SLOT(composeNewActionClicked()));
     if (ensureAction(trayPreferencesAction, tr("Preferences"), QString(), SLOT(showPreferenceDialog())))
@@ -117,15 +129,18 @@ void WinMenuBarIcon::buildContextMenu(int status, bool isCharging)
             QStringLiteral(":/images/kestrelgap.iconset/teal_phone_dialer_logo2.png"), SLOT(phoneDialerActionClicked())))
         trayPhoneDialerAction->setMenuRole(QAction::NoRole);
 
-    // The page may report the battery often; the earlier menu and these two are let go, not deleted.
-    trayOpenMainWindowAction = new QAction(
-        QIcon(QStringLiteral(":/images/kestrelgap.iconset/popup_menu_logo.png")), tr("Open Kestrelgap"), nullptr);
-    connect(trayOpenMainWindowAction, &QAction::triggered, this, &WinMenuBarIcon::showMainWindow);
-    trayQuitAction = new QAction(tr("Quit Kestrelgap"), nullptr);
-    trayQuitAction->setMenuRole(QAction::NoRole);
-    connect(trayQuitAction, &QAction::triggered, this, &WinMenuBarIcon::quitActionClicked);
+    ensureAction(trayOpenMainWindowAction, tr("Open Kestrelgap"),
+        QStringLiteral(":/images/kestrelgap.iconset/popup_menu_logo.png"), SLOT(showMainWindow()));
+    if (ensureAction(trayQuitAction, tr("Quit Kestrelgap"), QString(), SLOT(quitActionClicked())))
+        trayQuitAction->setMenuRole(QAction::NoRole);
 
-    mContextMenu = new QMenu();
+    // One menu for the whole run, refilled in place: a StatusNotifierItem host only re-reads a menu
+    // whose layout changes, and ignores one handed over anew. The page may report the battery often,
+    // so nothing made here may pile up either.
+    const bool firstBuild = !mContextMenu;
+    if (firstBuild)
+        mContextMenu = new QMenu();
+    mContextMenu->clear();
     mContextMenu->addAction(trayComposeNewAction);
     mContextMenu->addAction(trayOpenMainWindowAction);
     mContextMenu->addSeparator();
@@ -139,15 +154,17 @@ void WinMenuBarIcon::buildContextMenu(int status, bool isCharging)
         // Worked out for the row, which is nonetheless drawn like any other entry.
         const QString colourName = batteryColourName(status);
         Logger::Debug(logModule, QStringLiteral("[buildContextMenu] battery colour=") + colourName);
-        auto* batteryAction = new QAction(tr("Phone Battery: %1%").arg(status), nullptr);
-        if (isCharging)
-            batteryAction->setIcon(QIcon(QStringLiteral(":/images/kestrelgap.iconset/icon-charging-blue.png")));
-        mContextMenu->addAction(batteryAction);
+        if (!mBatteryAction)
+            mBatteryAction = new QAction(this);
+        mBatteryAction->setText(tr("Phone Battery: %1%").arg(status));
+        mBatteryAction->setIcon(isCharging ? QIcon(QStringLiteral(":/images/kestrelgap.iconset/icon-charging-blue.png"))
+                                           : QIcon());
+        mContextMenu->addAction(mBatteryAction);
         mContextMenu->addSeparator();
     }
 
     mContextMenu->addAction(trayQuitAction);
-    if (mTrayIcon)
+    if (mTrayIcon && mTrayIcon->contextMenu() != mContextMenu)
         mTrayIcon->setContextMenu(mContextMenu);
 }
 
@@ -194,13 +211,29 @@ void WinMenuBarIcon::removeCloseQuickReplyWindowsOption()
         trayCloseQuickReplyWindowsAction->setVisible(false);
 }
 
-void WinMenuBarIcon::showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout)
+void WinMenuBarIcon::showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout,
+    const QString& json, bool replyButton, const QString& image)
 {
     Logger::Info(logModule, QStringLiteral("[showMessage] title=") + title);
     // The desktop's own notification service reports clicks back to us; Qt's balloon is the fallback.
     DesktopNotifier* notifier = DesktopNotifier::instance();
-    if (notifier->isServiceAvailable()
-        && notifier->show(QCoreApplication::applicationName(), title, text, millisTimeout)) {
+    if (notifier->isServiceAvailable()) {
+        DesktopNotifier::Notification notification;
+        notification.appName = QCoreApplication::applicationName();
+        notification.title = title;
+        notification.text = text;
+        notification.millisTimeout = millisTimeout;
+        notification.json = json;
+        notification.replyButton = replyButton;
+        notification.image = image;
+        // The service sounds only where the program keeps quiet; see IndexWindow::playNotificationSound.
+        notification.sound = mIndexWindow && mIndexWindow->isNotificationSoundEnabled()
+            && !mIndexWindow->isNotificationSoundEnabledForThisOSVersion();
+        connect(notifier, &DesktopNotifier::failed, this, &WinMenuBarIcon::showQtBalloon, Qt::UniqueConnection);
+        connect(notifier, &DesktopNotifier::replied, this, &WinMenuBarIcon::notificationReplied, Qt::UniqueConnection);
+        connect(notifier, &DesktopNotifier::replyChosen, this, &WinMenuBarIcon::notificationReplyChosen,
+            Qt::UniqueConnection);
+        notifier->show(notification);
         // A new connection per balloon: after n balloons a click runs the slot n times, as with Qt's balloon.
         connect(notifier, &DesktopNotifier::clicked, this, &WinMenuBarIcon::windowsSystemTrayIconClicked);
     } else if (mTrayIcon) {
@@ -211,6 +244,53 @@ void WinMenuBarIcon::showMessage(QString title, QString text, QSystemTrayIcon::M
     }
     if (mIndexWindow)
         QApplication::alert(mIndexWindow, 0);
+}
+
+void WinMenuBarIcon::showQtBalloon(const DesktopNotifier::Notification& notification)
+{
+    if (!mTrayIcon)
+        return;
+    mTrayIcon->showMessage(notification.title, notification.text, QSystemTrayIcon::NoIcon, notification.millisTimeout);
+    connect(mTrayIcon, &QSystemTrayIcon::messageClicked, this, &WinMenuBarIcon::windowsSystemTrayIconClicked);
+}
+
+namespace {
+// The text as the body of a single-quoted script string: the page's helper gets it in a script.
+QString scriptStringBody(const QString& text)
+{
+    QString body;
+    for (const QChar c : text) {
+        if (c == QLatin1Char('\\') || c == QLatin1Char('\'') || c == QLatin1Char('"')) {
+            body += QLatin1Char('\\');
+            body += c;
+        }
+        else if (c.unicode() < 0x20 || c == QLatin1Char('<') || c == QLatin1Char('>') || c.unicode() == 0x2028
+            || c.unicode() == 0x2029)
+            body += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        else
+            body += c;
+    }
+    return body;
+}
+} // namespace
+
+void WinMenuBarIcon::notificationReplied(const QString& json, const QString& text)
+{
+    Logger::Info(logModule, QStringLiteral("[notificationReplied] called"));
+    // The page's payload is its own script expression; the typed text is not, so it goes in escaped.
+    if (mIndexWindow && !json.isEmpty())
+        mIndexWindow->processJson(json, scriptStringBody(text));
+}
+
+void WinMenuBarIcon::notificationReplyChosen(const QString& json)
+{
+    Logger::Info(logModule, QStringLiteral("[notificationReplyChosen] called"));
+    if (!mIndexWindow)
+        return;
+    // As a click on it, with this notification's own payload: the page opens its reply view.
+    mIndexWindow->showMainWindow();
+    if (!json.isEmpty())
+        mIndexWindow->processJson(json, QString());
 }
 
 void WinMenuBarIcon::windowsSystemTrayIconClicked()
@@ -234,9 +314,9 @@ void WinMenuBarIcon::activated(QSystemTrayIcon::ActivationReason activationReaso
         Q_FALLTHROUGH();
     case QSystemTrayIcon::Trigger:
         Logger::Info(logModule, QStringLiteral("[activated] - trigger"));
-        if (mContextMenu)
-            mContextMenu->popup(QCursor::pos());
-        activateHackWindow();
+        // The second press of a double click reports a trigger too; the first one's wait already runs.
+        if (!mClickTimer.isActive())
+            mClickTimer.start(QApplication::doubleClickInterval());
         break;
     case QSystemTrayIcon::Context:
         // The platform opens the context menu itself.
@@ -244,9 +324,17 @@ void WinMenuBarIcon::activated(QSystemTrayIcon::ActivationReason activationReaso
         break;
     case QSystemTrayIcon::DoubleClick:
         Logger::Info(logModule, QStringLiteral("[activated] - double click"));
+        mClickTimer.stop();
         showMainWindow();
         break;
     }
+}
+
+void WinMenuBarIcon::openMenuFromClick()
+{
+    if (mContextMenu)
+        mContextMenu->popup(QCursor::pos());
+    activateHackWindow();
 }
 
 void WinMenuBarIcon::activateHackWindow()

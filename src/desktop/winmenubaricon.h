@@ -3,6 +3,9 @@
 #include <QObject>
 #include <QRect>
 #include <QSystemTrayIcon>
+#include <QTimer>
+
+#include "platform/desktopnotifier.h"
 
 class IndexWindow;
 class QAction;
@@ -24,7 +27,9 @@ public:
     void addCloseQuickReplyWindowsOption();
     void removeCloseQuickReplyWindowsOption();
     void translationChanged();
-    void showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout);
+    // json, replyButton and image only reach a desktop notification service; Qt's balloon has no use for them.
+    void showMessage(QString title, QString text, QSystemTrayIcon::MessageIcon icon, int millisTimeout,
+        const QString& json = QString(), bool replyButton = false, const QString& image = QString());
 
     QSystemTrayIcon* trayIcon() const { return mTrayIcon; }
     QMenu* contextMenu() const { return mContextMenu; }
@@ -48,6 +53,11 @@ private:
     explicit WinMenuBarIcon(QObject* parent);
 
     void buildContextMenu(int status, bool isCharging);
+    void openMenuFromClick();
+    void showQtBalloon(const DesktopNotifier::Notification& notification);
+    void notificationReplied(const QString& json, const QString& text);
+    void notificationReplyChosen(const QString& json);
+    static QIcon trayIconImage();
     void setLoginGatedActionsEnabled(bool enabled);
     void activateHackWindow();
     void logMenuEvent(const QString& eventName, const QString& location);
@@ -63,6 +73,9 @@ private:
     QAction* trayQuitAction;
     QAction* trayLivePhoneViewAction;
     QAction* trayPhoneDialerAction;
+    QAction* mBatteryAction;
+    // A left click waits out the double-click time: an open menu would grab the second click.
+    QTimer mClickTimer;
     StatusBarIconActions* mStatusBarIconActions;
     IndexWindow* mIndexWindow;
 

@@ -172,6 +172,9 @@ NotificationWindow* NotificationWindowManager::getHackWindow()
     // Without this the web view's minimum size would grow the window once shown.
     hackWindow->layout()->setSizeConstraint(QLayout::SetNoConstraint);
     hackWindow->setGeometry(QRect(QPoint(right - 4, bottom - 4), QPoint(right, bottom)));
+    // Transparency needs a compositor; without one the window would be a black square over the tray
+    // corner. It is shown and activated only to hold state and focus, so it is never put on screen.
+    hackWindow->setAttribute(Qt::WA_DontShowOnScreen);
     return hackWindow;
 }
 

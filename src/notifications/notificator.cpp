@@ -32,9 +32,9 @@ void Notificator::notify(Notificator::Class cls, QString json, QString title, QS
             + QString::number(cls) + QStringLiteral(", launchOnClick=") + QVariant(launchOnClick).toString()
             + QStringLiteral(", showReplyButton=") + QVariant(showReplyButton).toString()
             + QStringLiteral(", contactImage=") + contactImage);
-    // A balloon has no picture and no button; every click behaves alike.
+    // Qt's balloon has no picture and no button; a desktop notification service may offer both.
     if (mMode == SystemTray) {
-        notifySystray(json, title, text, millisTimeout);
+        notifySystray(json, title, text, millisTimeout, showReplyButton, contactImage);
         return;
     }
     if (cls == Critical)
@@ -42,9 +42,11 @@ void Notificator::notify(Notificator::Class cls, QString json, QString title, QS
     // Anything less than critical without a tray is dropped.
 }
 
-void Notificator::notifySystray(const QString& json, const QString& title, const QString& text, int millisTimeout)
+void Notificator::notifySystray(const QString& json, const QString& title, const QString& text, int millisTimeout,
+    bool showReplyButton, const QString& contactImage)
 {
-    WinMenuBarIcon::getInstance(nullptr)->showMessage(title, text, QSystemTrayIcon::NoIcon, millisTimeout);
+    WinMenuBarIcon::getInstance(nullptr)->showMessage(
+        title, text, QSystemTrayIcon::NoIcon, millisTimeout, json, showReplyButton, contactImage);
     if (IndexWindow* indexWindow = indexWindowHolder::get()) {
         indexWindow->playNotificationSound();
         // Only the latest balloon's payload waits for a click.

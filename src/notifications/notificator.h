@@ -27,7 +27,8 @@ public slots:
     void windowsSystemTrayIconClicked();
 
 private:
-    void notifySystray(const QString& json, const QString& title, const QString& text, int millisTimeout);
+    void notifySystray(const QString& json, const QString& title, const QString& text, int millisTimeout,
+        bool showReplyButton, const QString& contactImage);
 
     QObject* mParent;
     QString mProgramName;

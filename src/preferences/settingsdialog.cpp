@@ -1,4 +1,5 @@
 #include "settingsdialog.h"
+#include "ui_settingsdialog.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -55,31 +56,19 @@ int soundIndex(const QString& value)
     return qMax(0, labels.indexOf(value));
 }
 
-template <typename Widget>
-Widget* named(QWidget* parent, const char* objectName)
-{
-    auto* widget = new Widget(parent);
-    widget->setObjectName(QLatin1String(objectName));
-    return widget;
-}
-
-QLabel* heading(QWidget* parent, const char* objectName)
-{
-    QLabel* label = named<QLabel>(parent, objectName);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
 } // namespace
 
 SettingsDialog::SettingsDialog(QWidget* parent)
     : QDialog(parent)
+    , mForm(new Ui::SettingsDialog)
+    , ui(*mForm)
     , mInfoLabel(nullptr)
     , win10SoundHintLabel(nullptr)
 {
     // Every control is set before its signal is connected, so opening the dialog changes nothing.
-    setupForm();
+    // Laid out, never placed: longer translations and larger fonts grow the dialog instead of clipping.
+    ui.setupUi(this);
+    win10SoundHintLabel = ui.win10SoundHintLabel;
     setWindowIcon(QIcon());
     indexWindow = indexWindowHolder::get();
     setWindowFlags(windowFlags() & ~Qt::WindowContextHelpButtonHint);
@@ -109,7 +98,7 @@ SettingsDialog::SettingsDialog(QWidget* parent)
     mInfoLabel->setToolTip(tr("Make sure to turn Kestrelgap notifications on in System Preferences > Notifications > "
                               "Play sound for notifications"));
 
-    ui.native_notification->setItemText(1, tr("Use Windows Taskbar notifications"));
+    ui.native_notification->setItemText(1, tr("Use desktop notifications"));
     const QString notificationType = indexWindow->getNativeNotificationSetting();
     if (notificationType == nativeValue) {
         ui.native_notification->setCurrentIndex(1);
@@ -159,7 +148,6 @@ SettingsDialog::SettingsDialog(QWidget* parent)
     connect(ui.default_download_button, &QPushButton::clicked, this,
         &SettingsDialog::launchDefaultDownloadLocationChooser);
 
-    setupLayout();
     updateNotificationSoundControls();
     adjustSize();
     setWindowFlags((windowFlags() & ~Qt::WindowMaximizeButtonHint) | Qt::CustomizeWindowHint);
@@ -170,157 +158,14 @@ SettingsDialog::~SettingsDialog()
     delete mInfoLabel;
 }
 
-void SettingsDialog::setupForm()
-{
-    setWindowTitle(tr("Preferences"));
-
-    ui.launchSettingsLabel = heading(this, "launchSettingsLabel");
-    ui.launchSettingsLabel->setText(tr("Launch Settings"));
-    ui.launch_app_on_os_start = named<QCheckBox>(this, "launch_app_on_os_start");
-    ui.launch_app_on_os_start->setText(tr("Launch Kestrelgap when my computer starts"));
-    ui.launch_main_window_on_start = named<QCheckBox>(this, "launch_main_window_on_start");
-    ui.launch_main_window_on_start->setText(tr("Don't show main app window when Kestrelgap launches"));
-
-    ui.notificationsLabel = heading(this, "notificationsLabel");
-    ui.notificationsLabel->setText(tr("Notifications"));
-    ui.native_notification = named<QComboBox>(this, "native_notification");
-    ui.native_notification->addItems({tr("Use Quick Reply notifications"),
-        tr("Use Mac Notification Center notifications"), tr("Do not show notifications")});
-    ui.show_low_battery_alerts = named<QCheckBox>(this, "show_low_battery_alerts");
-    ui.show_low_battery_alerts->setText(tr("Notify me on my computer when my phone battery is low"));
-    ui.show_full_charged_battery_alerts = named<QCheckBox>(this, "show_full_charged_battery_alerts");
-    ui.show_full_charged_battery_alerts->setText(tr("Notify me on my computer when my phone battery is fully charged"));
-
-    ui.play_notification_sound = named<QCheckBox>(this, "play_notification_sound");
-    ui.play_notification_sound->setText(tr("Play sound for notifications"));
-    ui.sound_selection_label = named<QLabel>(this, "sound_selection_label");
-    ui.sound_selection_label->setText(tr("Notification Sound:"));
-    // The stored value is the shown name in lower case, so these names must read the same in every language.
-    ui.sound_selection_dropdown = named<QComboBox>(this, "sound_selection_dropdown");
-    ui.sound_selection_dropdown->addItems(
-        {tr("Default"), tr("Ping"), tr("Spring"), tr("Tink"), tr("Yeah"), tr("Pillsbury")});
-    ui.sound_selection_preview_button = named<QPushButton>(this, "sound_selection_preview_button");
-    ui.sound_selection_preview_button->setText(tr("Preview"));
-
-    ui.privacyLabel = heading(this, "privacyLabel");
-    ui.privacyLabel->setText(tr("Message Notifications Privacy"));
-    ui.show_sender_name_and_content = named<QRadioButton>(this, "show_sender_name_and_content");
-    ui.show_sender_name_and_content->setText(tr("Display both the name of the sender and the message"));
-    ui.show_sender_name = named<QRadioButton>(this, "show_sender_name");
-    ui.show_sender_name->setText(tr("Only display the name of the sender"));
-
-    ui.language_label = heading(this, "language_label");
-    ui.language_label->setText(tr("Display Language"));
-    ui.set_language = named<QPushButton>(this, "set_language");
-    ui.set_language->setText(tr("Set Language"));
-
-    ui.debugLabel = heading(this, "debugLabel");
-    ui.debugLabel->setText(tr("Debug"));
-    ui.debug_enabled = named<QCheckBox>(this, "debug_enabled");
-    ui.debug_enabled->setText(tr("Enable Logging"));
-    ui.debugCodeLabel = named<QLabel>(this, "debugCodeLabel");
-    ui.debugCodeLabel->setText(tr("Debug code:"));
-    ui.debug_enabled_code = named<QLineEdit>(this, "debug_enabled_code");
-    ui.send_debug_log = named<QPushButton>(this, "send_debug_log");
-    ui.send_debug_log->setText(tr("Open Log"));
-
-    ui.downloadLocationLabel = heading(this, "downloadLocationLabel");
-    ui.downloadLocationLabel->setText(tr("Default Download Location"));
-    ui.default_dwonload_text = named<QLineEdit>(this, "default_dwonload_text");
-    ui.default_download_button = named<QPushButton>(this, "default_download_button");
-    ui.default_download_button->setText(tr("Choose..."));
-}
-
-void SettingsDialog::setupLayout()
-{
-    auto* settingsDialogLayout = new QVBoxLayout(this);
-    settingsDialogLayout->setObjectName(QStringLiteral("settingsDialogLayout"));
-    settingsDialogLayout->setContentsMargins(0, 0, 0, 15);
-    settingsDialogLayout->setSpacing(0);
-
-    auto* launchAndNotifications = new QVBoxLayout();
-    launchAndNotifications->setSpacing(8);
-    launchAndNotifications->setContentsMargins(15, 15, 15, 0);
-    launchAndNotifications->addWidget(ui.launchSettingsLabel);
-    launchAndNotifications->addWidget(ui.launch_app_on_os_start);
-    launchAndNotifications->addWidget(ui.launch_main_window_on_start);
-    launchAndNotifications->addSpacing(15);
-    launchAndNotifications->addWidget(ui.notificationsLabel);
-    ui.native_notification->setMinimumHeight(26);
-    launchAndNotifications->addWidget(ui.native_notification);
-    launchAndNotifications->addWidget(ui.show_low_battery_alerts);
-    launchAndNotifications->addWidget(ui.show_full_charged_battery_alerts);
-    settingsDialogLayout->addLayout(launchAndNotifications);
-
-    auto* playSound = new QHBoxLayout();
-    playSound->setContentsMargins(15, 8, 15, 0);
-    playSound->addWidget(ui.play_notification_sound);
-    settingsDialogLayout->addLayout(playSound);
-
-    auto* soundSelection = new QHBoxLayout();
-    soundSelection->setSpacing(5);
-    soundSelection->setContentsMargins(15, 8, 15, 0);
-    soundSelection->addWidget(ui.sound_selection_label);
-    ui.sound_selection_dropdown->setMinimumHeight(26);
-    soundSelection->addWidget(ui.sound_selection_dropdown);
-    soundSelection->addWidget(ui.sound_selection_preview_button);
-    soundSelection->addStretch();
-    settingsDialogLayout->addLayout(soundSelection);
-
-    // Only where the system mutes our sounds for its own notifications is there anything to explain.
-    if (Properties::getOsVersion().startsWith(QLatin1String("WIN10"))) {
-        win10SoundHintLabel = new QLabel(this);
-        win10SoundHintLabel->setObjectName(QStringLiteral("win10SoundHintLabel"));
-        QFont font = this->font();
-        font.setBold(true);
-        font.setItalic(true);
-        win10SoundHintLabel->setFont(font);
-        win10SoundHintLabel->setContentsMargins(15, 8, 15, 0);
-        settingsDialogLayout->addWidget(win10SoundHintLabel);
-    }
-
-    auto* debugCode = new QHBoxLayout();
-    debugCode->addWidget(ui.debugCodeLabel);
-    debugCode->addWidget(ui.debug_enabled_code);
-    debugCode->addStretch();
-
-    auto* downloadLocation = new QHBoxLayout();
-    // Wide enough for a usual home-folder path; the field can't be scrolled while disabled.
-    ui.default_dwonload_text->setMinimumWidth(320);
-    downloadLocation->addWidget(ui.default_dwonload_text);
-    downloadLocation->addWidget(ui.default_download_button);
-    downloadLocation->addStretch();
-
-    auto* rest = new QVBoxLayout();
-    rest->setSpacing(8);
-    rest->setContentsMargins(15, 15, 15, 0);
-    rest->addWidget(ui.privacyLabel);
-    rest->addWidget(ui.show_sender_name_and_content);
-    rest->addWidget(ui.show_sender_name);
-    rest->addSpacing(15);
-    rest->addWidget(ui.language_label);
-    rest->addWidget(ui.set_language);
-    rest->addSpacing(15);
-    rest->addWidget(ui.debugLabel);
-    rest->addWidget(ui.debug_enabled);
-    rest->addLayout(debugCode);
-    rest->addWidget(ui.send_debug_log);
-    rest->addSpacing(15);
-    rest->addWidget(ui.downloadLocationLabel);
-    rest->addLayout(downloadLocation);
-    settingsDialogLayout->addLayout(rest);
-}
-
 void SettingsDialog::updateNotificationSoundControls()
 {
     const bool soundAvailable = indexWindow->isNotificationSoundEnabledForThisOSVersion();
-    if (win10SoundHintLabel) {
-        // A blank line keeps the dialog from changing height when the hint comes and goes.
-        win10SoundHintLabel->setText(soundAvailable
-                ? QStringLiteral("\n")
-                : tr("To manage Taskbar notification sounds, navigate to\nControl Panel > Sound > Sounds > Program "
-                     "Events > Notification."));
-    }
+    // A blank line keeps the dialog from changing height when the hint comes and goes.
+    win10SoundHintLabel->setText(soundAvailable
+            ? QStringLiteral("\n")
+            : tr("Your desktop plays the sound of its notifications.\nChange it in the desktop's notification "
+                 "settings."));
 
     bool soundControlsEnabled = false;
     const QString notificationType = indexWindow->getNativeNotificationSetting();

@@ -23,6 +23,7 @@
 #include "notifications/notificationwindowmanager.h"
 #include "notifications/notificator.h"
 #include "notifications/soundplayer.h"
+#include "platform/desktopnotifier.h"
 #include "web/html5webpage.h"
 
 namespace {
@@ -169,10 +170,12 @@ void IndexWindow::showBatteryStatus(int status, bool isCharging)
 
 bool IndexWindow::isNotificationSoundEnabledForThisOSVersion()
 {
-    // There the system's own toast sounds already; a second sound from us would double it.
-    if (Properties::getOsVersion().startsWith(QLatin1String("WIN10")))
-        return getNativeNotificationSetting() != QLatin1String("native-notification");
-    return true;
+    // A notification service that plays sounds plays one with our notifications; a second from us would
+    // double it. Any other service, and Qt's balloon, stay silent unless we sound.
+    if (getNativeNotificationSetting() != QLatin1String("native-notification"))
+        return true;
+    DesktopNotifier* notifier = DesktopNotifier::instance();
+    return !(notifier->isServiceAvailable() && notifier->playsSound());
 }
 
 void IndexWindow::playNotificationSound()

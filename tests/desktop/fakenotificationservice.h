@@ -7,8 +7,8 @@
 #include <QThread>
 #include <QVariantMap>
 
-// A desktop notification service of our own on the session bus. It answers from a thread of its own,
-// so the program's blocking calls from the GUI thread get their replies.
+// A desktop notification service of our own on the session bus, answering from a thread of its own.
+// Each start takes a new bus connection, so the program sees a new service as a real restart would show.
 class FakeNotificationService : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -16,16 +16,16 @@ class FakeNotificationService : public QObject, protected QDBusContext
 public:
     struct Notification {
         uint id, replacesId;
-        QString appName, summary, body;
+        QString appName, appIcon, summary, body;
         QStringList actions;
+        QVariantMap hints;
         int timeout;
     };
 
-    FakeNotificationService() : mBus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "fake-notifications"))
+    FakeNotificationService()
     {
         mThread.start();
         moveToThread(&mThread);
-        mBus.registerObject(path, this, QDBusConnection::ExportAllSlots);
     }
     ~FakeNotificationService() override
     {
@@ -34,52 +34,110 @@ public:
         mThread.wait();
     }
 
-    bool start() { return mBus.registerService(service); }
-    void stop() { mBus.unregisterService(service); }
+    bool start()
+    {
+        stop();
+        mBusName = QStringLiteral("fake-notifications-%1").arg(++mStarts);
+        QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, mBusName);
+        return bus.registerObject(path, this, QDBusConnection::ExportAllSlots) && bus.registerService(service);
+    }
+    void stop()
+    {
+        if (mBusName.isEmpty())
+            return;
+        QDBusConnection bus(mBusName);
+        // Released at once, not whenever the bus notices the connection is gone.
+        bus.unregisterService(service);
+        bus.unregisterObject(path);
+        QDBusConnection::disconnectFromBus(mBusName);
+        mBusName.clear();
+    }
 
     QList<Notification> received() const
     {
         QMutexLocker lock(&mMutex);
         return mReceived;
     }
-    void reset(bool refuse = false, bool markup = false)
+    // capabilities: beyond "actions" and "body"; hang: take calls and never answer them.
+    void reset(bool refuse = false, const QStringList& capabilities = {}, bool hang = false)
     {
         QMutexLocker lock(&mMutex);
         mReceived.clear();
+        mClosed.clear();
+        mApart = false;
         mRefuse = refuse;
-        mMarkup = markup;
+        mCapabilities = QStringList {"actions", "body"} + capabilities;
+        mHang = hang;
+    }
+    QList<uint> closed() const
+    {
+        QMutexLocker lock(&mMutex);
+        return mClosed;
+    }
+    // What a service with inline replies sends when the user typed one into a notification.
+    void reply(uint id, const QString& text)
+    {
+        emitSignal(QDBusMessage::createSignal(path, service, QStringLiteral("NotificationReplied")) << id << text);
     }
     // What the desktop sends when the user clicks a notification or one of its buttons.
     void click(uint id, const QString& action = QStringLiteral("default"))
     {
-        mBus.send(QDBusMessage::createSignal(path, service, QStringLiteral("ActionInvoked")) << id << action);
+        emitSignal(QDBusMessage::createSignal(path, service, QStringLiteral("ActionInvoked")) << id << action);
+    }
+    // Each notification stays on screen with an id of its own, whatever it asked to replace.
+    void keepApart(bool apart)
+    {
+        QMutexLocker lock(&mMutex);
+        mApart = apart;
     }
 
 public slots:
-    uint Notify(const QString& appName, uint replacesId, const QString&, const QString& summary, const QString& body,
-        const QStringList& actions, const QVariantMap&, int timeout)
+    uint Notify(const QString& appName, uint replacesId, const QString& appIcon, const QString& summary,
+        const QString& body, const QStringList& actions, const QVariantMap& hints, int timeout)
     {
         QMutexLocker lock(&mMutex);
+        if (mHang) {
+            setDelayedReply(true);
+            return 0;
+        }
         if (mRefuse) {
             sendErrorReply(QDBusError::Failed, QStringLiteral("refused"));
             return 0;
         }
-        mReceived << Notification {replacesId ? replacesId : ++mLastId, replacesId, appName, summary, body, actions, timeout};
+        mReceived << Notification {replacesId && !mApart ? replacesId : ++mLastId, replacesId, appName, appIcon, summary, body,
+            actions, hints, timeout};
         return mReceived.last().id;
+    }
+    void CloseNotification(uint id)
+    {
+        QMutexLocker lock(&mMutex);
+        mClosed << id;
     }
     QStringList GetCapabilities()
     {
         QMutexLocker lock(&mMutex);
-        return mMarkup ? QStringList {"actions", "body", "body-markup"} : QStringList {"actions", "body"};
+        if (mHang)
+            setDelayedReply(true);
+        return mCapabilities;
     }
 
 private:
+    // From the service's own thread, so it follows the reply to a call that thread is answering.
+    void emitSignal(const QDBusMessage& signal)
+    {
+        const QString busName = mBusName;
+        QMetaObject::invokeMethod(this, [busName, signal] { QDBusConnection(busName).send(signal); }, Qt::QueuedConnection);
+    }
+
     const QString service = QStringLiteral("org.freedesktop.Notifications");
     const QString path = QStringLiteral("/org/freedesktop/Notifications");
     mutable QMutex mMutex;
     QList<Notification> mReceived;
-    bool mRefuse = false, mMarkup = false;
+    QList<uint> mClosed;
+    QStringList mCapabilities {"actions", "body"};
+    bool mRefuse = false, mHang = false, mApart = false;
     uint mLastId = 0;
+    int mStarts = 0;
+    QString mBusName;
     QThread mThread;
-    QDBusConnection mBus;
 };

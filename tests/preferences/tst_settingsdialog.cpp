@@ -9,6 +9,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSettings>
+#include <QTranslator>
 #include <QStandardPaths>
 #include <QWebFrame>
 #include <QWebPage>
@@ -17,9 +18,11 @@
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "notifications/soundplayer.h"
+#include "platform/desktopnotifier.h"
 #include "platform/fileopener.h"
 #include "platform/osversion.h"
 #include "preferences/settingsdialog.h"
+#include "resourceinit.h"
 #include "web/indexwindow.h"
 
 namespace {
@@ -34,6 +37,14 @@ struct FakeOsVersion : OsVersionSource {
     int code = WV_WINDOWS7;
     int windowsVersion() override { return code; }
     CommandOutput versionCommand(int) override { return {}; }
+};
+
+// A notification service that is there or not, and plays sounds or not.
+struct FakeNotifier : DesktopNotifier {
+    QString kind = "silent";
+    bool isServiceAvailable() override { return kind != "none"; }
+    void show(const Notification&) override {}
+    bool playsSound() override { return kind == "sounding"; }
 };
 
 struct RecordingOpener : FileOpener {
@@ -93,6 +104,8 @@ private slots:
     void initialValues();
     void soundControls_data();
     void soundControls();
+    void noOtherSystemsWording_data();
+    void noOtherSystemsWording();
     void flagControls_data();
     void flagControls();
     void soundChoiceAndPreview();
@@ -109,13 +122,16 @@ private:
     QTemporaryDir mPages;
     MainWindow* mMainWindow = nullptr;
     FakeOsVersion mOs;
+    FakeNotifier mNotifier;
     RecordingOpener mOpener;
     std::unique_ptr<SettingsDialog> mDialog;
 };
 
 void TestSettingsDialog::initTestCase()
 {
+    kestrelgapInitResources();
     OsVersionSource::setInstance(&mOs);
+    DesktopNotifier::setInstance(&mNotifier);
     FileOpener::setInstance(&mOpener);
     QFile page(mPages.filePath("recording.html"));
     QVERIFY(page.open(QIODevice::WriteOnly) && page.write(recordingPage) > 0);
@@ -131,6 +147,7 @@ void TestSettingsDialog::init()
     QSettings().clear();
     QFile::remove(autostartPath());
     mOs.code = OsVersionSource::WV_WINDOWS7;
+    mNotifier.kind = "silent";
     mOpener.opened.clear();
     takeEvents();
 }
@@ -196,33 +213,33 @@ void TestSettingsDialog::initialValues()
 
 void TestSettingsDialog::soundControls_data()
 {
-    QTest::addColumn<int>("os");
+    QTest::addColumn<QString>("service"); // the desktop's notification service: none, silent or sounding
     QTest::addColumn<QString>("sound");
-    QTest::addColumn<QList<int>>("choices"); // notification types picked: quick reply, the system's, none
+    QTest::addColumn<QList<int>>("choices"); // notification types picked: quick reply, the desktop's, none
     QTest::addColumn<QString>("enabled");    // low battery, full battery, play box, sound choice
-    QTest::addColumn<QString>("hint");       // null: no hint label at all
+    QTest::addColumn<QString>("hint");
 
-    const int win7 = OsVersionSource::WV_WINDOWS7, here = OsVersionSource::WV_None; // here: "WIN10-OR-OTHER"
-    const QString controlPanel = QStringLiteral(
-        "To manage Taskbar notification sounds, navigate to\nControl Panel > Sound > Sounds > Program Events > Notification.");
-    QTest::newRow("7, sound on") << win7 << "1" << QList<int>() << "1111" << QString();
-    QTest::newRow("7, sound off") << win7 << "0" << QList<int>() << "1110" << QString();
-    QTest::newRow("7, none, then quick reply again") << win7 << "1" << QList<int> { 2, 0 } << "1111" << QString();
-    QTest::newRow("7, none") << win7 << "1" << QList<int> { 2 } << "0000" << QString();
-    QTest::newRow("here, quick reply: blank hint") << here << "1" << QList<int>() << "1111" << "\n";
-    QTest::newRow("here, the system's: its own sound") << here << "1" << QList<int> { 1 } << "1100" << controlPanel;
-    QTest::newRow("here, the system's, then quick reply") << here << "1" << QList<int> { 1, 0 } << "1111" << "\n";
+    const QString desktopSounds = QStringLiteral(
+        "Your desktop plays the sound of its notifications.\nChange it in the desktop's notification settings.");
+    QTest::newRow("sound on") << "silent" << "1" << QList<int>() << "1111" << "\n";
+    QTest::newRow("sound off") << "silent" << "0" << QList<int>() << "1110" << "\n";
+    QTest::newRow("none, then quick reply again") << "silent" << "1" << QList<int> { 2, 0 } << "1111" << "\n";
+    QTest::newRow("none") << "silent" << "1" << QList<int> { 2 } << "0000" << "\n";
+    QTest::newRow("desktop's, silent service: ours sound") << "silent" << "1" << QList<int> { 1 } << "1111" << "\n";
+    QTest::newRow("desktop's, no service: Qt's balloon") << "none" << "1" << QList<int> { 1 } << "1111" << "\n";
+    QTest::newRow("desktop's, service sounds") << "sounding" << "1" << QList<int> { 1 } << "1100" << desktopSounds;
+    QTest::newRow("desktop's, then quick reply") << "sounding" << "1" << QList<int> { 1, 0 } << "1111" << "\n";
 }
 
 void TestSettingsDialog::soundControls()
 {
-    QFETCH(int, os);
+    QFETCH(QString, service);
     QFETCH(QString, sound);
     QFETCH(QList<int>, choices);
     QFETCH(QString, enabled);
     QFETCH(QString, hint);
 
-    mOs.code = os;
+    mNotifier.kind = service;
     QSettings().setValue("play-notification-sound", sound);
     mDialog.reset(new SettingsDialog());
     const QStringList values = { "quick-reply-notification", "native-notification", "no-notification" };
@@ -238,6 +255,43 @@ void TestSettingsDialog::soundControls()
     QCOMPARE(control<QPushButton>("sound_selection_preview_button")->isEnabled(), enabled.endsWith('1'));
     auto* hintLabel = control<QLabel>("win10SoundHintLabel");
     QCOMPARE(hintLabel ? hintLabel->text() : QString(), hint);
+}
+
+void TestSettingsDialog::noOtherSystemsWording_data()
+{
+    QTest::addColumn<QString>("language");
+    QTest::newRow("English") << "";
+    QTest::newRow("French") << "fr";
+    QTest::newRow("Spanish") << "es";
+}
+
+// Every text the dialog can show, the sound hint in both its states included.
+void TestSettingsDialog::noOtherSystemsWording()
+{
+    QFETCH(QString, language);
+
+    QTranslator translator;
+    QVERIFY(language.isEmpty() || translator.load("kestrelgap_" + language, ":/translations"));
+    QCoreApplication::installTranslator(&translator);
+    QStringList texts;
+    for (const char* service : { "silent", "sounding" }) {
+        mNotifier.kind = service;
+        QSettings().setValue("native-notification-setting", "native-notification");
+        mDialog.reset(new SettingsDialog());
+        for (QWidget* widget : mDialog->findChildren<QWidget*>()) {
+            if (auto* label = qobject_cast<QLabel*>(widget))
+                texts << label->text() << label->toolTip();
+            else if (auto* button = qobject_cast<QAbstractButton*>(widget))
+                texts << button->text();
+            else if (auto* combo = qobject_cast<QComboBox*>(widget))
+                for (int i = 0; i < combo->count(); ++i)
+                    texts << combo->itemText(i);
+        }
+    }
+    QCoreApplication::removeTranslator(&translator);
+    const QRegularExpression otherSystems("Windows|Taskbar|Control Panel|\\bMac\\b|barre des t|Panneau de config|barra de tareas"
+                                          "|Panel de control", QRegularExpression::CaseInsensitiveOption);
+    QCOMPARE(texts.filter(otherSystems), QStringList());
 }
 
 void TestSettingsDialog::flagControls_data()
