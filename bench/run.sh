@@ -4,16 +4,21 @@
 # Installs what is missing (chromium included), builds, then runs everything inside a private
 # desktop session on a private loopback network, so that the service port never meets another copy.
 #
-# Usage: bench/run.sh [--runs N]   (default 7 measured runs of each program, after one warm-up)
+# Usage: bench/run.sh [--runs N] [--soak S]
+#   --runs N  measured runs of each program, after one warm-up (default 7)
+#   --soak S  seconds of the soak, one demo event a second into the signed-in client (default 600)
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 build="$here/build"
 runs=7
-case "${1:-}" in
-    --runs) runs=${2:?}; [ "$runs" -ge 1 ] ;;
-    "") ;;
-    *) sed -n '2,7p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2 ;;
-esac
+soak=600
+while [ $# -gt 0 ]; do
+    case "$1" in
+        --runs) runs=${2:?}; [ "$runs" -ge 1 ]; shift 2 ;;
+        --soak) soak=${2:?}; [ "$soak" -ge 30 ]; shift 2 ;;
+        *) sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2 ;;
+    esac
+done
 
 if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
     as_root() { if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi; }
@@ -29,13 +34,13 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
     # shellcheck disable=SC2086
     cmake --build "$build" -j"$(nproc)" --target $targets
     export KESTRELGAP_BENCH_INSIDE=1
-    session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs")
+    session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs" --soak "$soak")
     # A whole run takes a few minutes; never let a hung program hold the machine.
     if [ "$(id -u)" -eq 0 ] && unshare --net true 2>/dev/null; then
-        exec timeout 40m unshare --net bash -c 'ip link set lo up && exec "$@"' _ "${session[@]}"
+        exec timeout $((40 + soak / 60))m unshare --net bash -c 'ip link set lo up && exec "$@"' _ "${session[@]}"
     fi
     echo "bench: no private network (needs root); the service port is shared with the machine" >&2
-    exec timeout 40m "${session[@]}"
+    exec timeout $((40 + soak / 60))m "${session[@]}"
 fi
 
 # ---- inside the desktop session from here on ----
@@ -47,8 +52,8 @@ work=$(mktemp -d "${TMPDIR:-/tmp}/kestrelgap-bench.XXXXXX")
 results="$work/results"   # lines: "figure value"
 hostlog="$work/service.log"
 host_pid=""
-pid=""
-trap '[ -n "$pid" ] && stop_timed; stop_host; rm -rf "$work"' EXIT
+pid="" clock_pid=""
+trap '[ -n "$pid$clock_pid" ] && stop_timed; stop_host; rm -rf "$work"' EXIT
 trap 'exit 143' TERM INT HUP
 log() { echo "bench: $*" >&2; }
 
@@ -119,7 +124,7 @@ start_timed() {
     done
     if [ -z "$line" ]; then
         log "$name didn't come up:"; tail -n 5 "$work/$name.err" >&2
-        wait "$clock_pid"; return 1
+        pid=""; stop_timed; return 1
     fi
     pid=$(sed -n 's/.*pid=\([0-9]*\).*/\1/p' <<<"$line")
     shown=$(sed -n 's/.*shown_ms=\([0-9.]*\).*/\1/p' <<<"$line")
@@ -127,16 +132,27 @@ start_timed() {
     ready=$(sed -n 's/.*ready_ms=\([0-9.]*\).*/\1/p' <<<"$line")
 }
 
+any_alive() { local p; for p in "$@"; do kill -0 "$p" 2>/dev/null && return 0; done; return 1; }
+
+# Ends the measured program and its start clock, whichever of the two is known: a program whose
+# pid was never read must not leave the wait below on a clock that runs on.
 stop_timed() {
-    local pids
-    pids=$(tree_pids "$pid")
-    # shellcheck disable=SC2086
-    kill -TERM $pids 2>/dev/null
-    for _ in $(seq 1 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-    # shellcheck disable=SC2086
-    kill -KILL $pids 2>/dev/null
-    wait "$clock_pid" 2>/dev/null
-    pid=""
+    local pids="" root
+    for root in $pid $clock_pid; do pids="$pids $(tree_pids "$root")"; done
+    pids=$(tr ' ' '\n' <<<"$pids" | sort -u | tr '\n' ' ')
+    if [ -n "${pids// /}" ]; then
+        # shellcheck disable=SC2086
+        kill -TERM $pids 2>/dev/null
+        for _ in $(seq 1 50); do
+            # shellcheck disable=SC2086
+            any_alive $pids || break
+            sleep 0.1
+        done
+        # shellcheck disable=SC2086
+        kill -KILL $pids 2>/dev/null
+    fi
+    [ -n "$clock_pid" ] && wait "$clock_pid" 2>/dev/null
+    pid="" clock_pid=""
 }
 
 record() { [ "$round" -gt 0 ] && echo "$1 $2" >>"$results"; }
@@ -224,6 +240,46 @@ measure_client() {
     stop_timed
 }
 
+post_event() {
+    python3 -c 'import sys, urllib.request; urllib.request.urlopen(sys.argv[1], sys.argv[2].encode(), timeout=10)' \
+        "http://$service/demo/events" "$1" >/dev/null
+}
+
+# A tray program lives for weeks: one event a second into the signed-in client (texts from two
+# contacts, into their popups once open, and battery reports), and the memory kept per event
+# between the end of the first minute and the end.
+measure_soak() {
+    start_timed soak ./kestrelgap || return
+    local mark i rss0 pss0 rss1 pss1 event
+    mark=$(wc -l <"$hostlog")
+    post_event '{"type": "signin"}'
+    if ! wait_for_request "^GET /main.html 200" "$mark"; then
+        log "soak: the messenger page didn't load after sign-in"; stop_timed; return
+    fi
+    sleep 2
+    local warm=$((soak / 10))
+    for i in $(seq 1 "$soak"); do
+        case $((i % 3)) in
+            0) event="{\"type\": \"battery\", \"level\": $((20 + i % 70)), \"charging\": $([ $((i % 2)) -eq 0 ] && echo true || echo false)}" ;;
+            1) event='{"type": "text", "from": "Maya Lindqvist"}' ;;
+            2) event='{"type": "text", "from": "Dad"}' ;;
+        esac
+        post_event "$event" || log "soak: event $i not taken"
+        [ "$i" -eq "$warm" ] && read -r rss0 pss0 < <(tree_memory "$pid")
+        sleep 1
+    done
+    read -r rss1 pss1 < <(tree_memory "$pid")
+    echo "soak.events $((soak - warm))" >>"$results"
+    echo "soak.rss.start $rss0" >>"$results"
+    echo "soak.rss.end $rss1" >>"$results"
+    echo "soak.pss.end $pss1" >>"$results"
+    echo "soak.kib.per.event $(awk -v a="$rss0" -v b="$rss1" -v n=$((soak - warm)) 'BEGIN { printf "%.2f", (b - a) / n }')" >>"$results"
+    stop_timed
+}
+
+# What the machine was doing: the figures of one run are compared with each other, not across runs.
+echo "load.before $(cut -d' ' -f1-3 /proc/loadavg)" >"$work/load"
+
 rm -f "$results"
 for round in $(seq 0 "$runs"); do
     log "round $round of $runs$([ "$round" -eq 0 ] && echo ' (warm-up)')"
@@ -247,13 +303,18 @@ if [ -x "$build/bench/popups/bench_popups" ]; then
         record bare.kib "$(sed -n 's/^bare windows:.* \([0-9-]*\) KiB each.*/\1/p' <<<"$out")"
         record popups.back "$(sed -n 's/^closed all: \([0-9-]*\)% given back.*/\1/p' <<<"$out")"
         record popups.stays "$(sed -n 's/^closed all:.* \([0-9-]*\) KiB per popup stays.*/\1/p' <<<"$out")"
+        record popups.pertext "$(sed -n 's/^texts into an open popup: \([0-9.-]*\) KiB.*/\1/p' <<<"$out")"
     done
     # Round after round in one process: what stays levels off where the engine reuses it.
     popups_out=$(cd "$work" && HOME="$work/home-popups" timeout 300 "$build/bench/popups/bench_popups" 20 5 2>/dev/null)
 fi
 round=1
 logging_out=$("$build/bench/logging/bench_logging" 5000 "$runs")
-cookies_out=$(QT_QPA_PLATFORM=offscreen "$build/bench/cookies/bench_cookies" 20)
+cookies_out="$(QT_QPA_PLATFORM=offscreen "$build/bench/cookies/bench_cookies" 20 10)
+$(QT_QPA_PLATFORM=offscreen "$build/bench/cookies/bench_cookies" 20 1000)"
+[ -x "$devhost" ] && measure_soak
+echo "load.after $(cut -d' ' -f1-3 /proc/loadavg)" >>"$work/load"
+cat "$work/load" >>"$results"
 
 # The raw figures stay in the build folder, to look at or to write the report again from.
 cp "$results" "$build/bench/results.txt"

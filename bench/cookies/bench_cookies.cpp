@@ -1,8 +1,8 @@
-// Cost of the cookie file: load and save of 1,000 persistent cookies through CookieJar (values
+// Cost of the cookie file: load and save of persistent cookies (1,000 unless told) through CookieJar (values
 // enciphered, policies, purge) against the same QSettings round trip of a plain QNetworkCookieJar
 // in clear. Prints one line per operation and jar, then the ratio per operation.
 //
-// Usage: bench_cookies [rounds]   (default 20; the median is reported)
+// Usage: bench_cookies [rounds] [cookies]   (default 20 rounds, the median is reported; 1,000 cookies)
 #include <QCryptographicHash>
 #include <QDateTime>
 #include <QDir>
@@ -24,7 +24,7 @@
 
 namespace {
 
-const int cookieCount = 1000;
+int cookieCount = 1000;
 const QUrl siteUrl(QStringLiteral("http://www.example.com/"));
 
 class PlainJar : public QNetworkCookieJar
@@ -115,6 +115,8 @@ int main(int argc, char** argv)
     qRegisterMetaTypeStreamOperators<QList<QNetworkCookie>>("QList<QNetworkCookie>");
 
     const int rounds = argc > 1 ? qMax(1, QByteArray(argv[1]).toInt()) : 20;
+    if (argc > 2)
+        cookieCount = qMax(1, QByteArray(argv[2]).toInt());
     const QString jarFile = QStandardPaths::writableLocation(QStandardPaths::DataLocation) + QStringLiteral("/c.ini");
     const QString plainFile = home.filePath(QStringLiteral("plain.ini"));
     const QList<QNetworkCookie> cookies = makeCookies();

@@ -2,10 +2,11 @@
 // have all been shown by their own page, and the memory each one adds; against 20 bare top-level
 // windows of the same size shown in the same run. Then the memory given back once the tray's
 // "close all" has closed them and the process has settled, and what stays after each further
-// round: a pool the web engine reuses levels off, a leak keeps growing.
+// round: a pool the web engine reuses levels off, a leak keeps growing. Last, the memory one text
+// into an open popup keeps, over a stream of texts into it.
 // Needs a display (scripts/desktop-session.sh).
 //
-// Usage: bench_popups [count] [rounds]   (default 20 popups, 1 round)
+// Usage: bench_popups [count] [rounds] [texts]   (default 20 popups, 1 round, 300 texts)
 #include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -91,6 +92,8 @@ int main(int argc, char** argv)
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + QStringLiteral("/config")));
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.path() + QStringLiteral("/data")));
     qputenv("XDG_CACHE_HOME", QFile::encodeName(home.path() + QStringLiteral("/cache")));
+    // As the program runs: every widget paints in software.
+    QCoreApplication::setAttribute(Qt::AA_ForceRasterWidgets);
     QApplication app(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     const int count = argc > 1 ? qMax(1, atoi(argv[1])) : 20;
@@ -176,6 +179,25 @@ int main(int argc, char** argv)
             givenBack = open > base ? 100.0 * (open - residentKiB()) / (open - base) : 0;
     }
 
+    // Texts into one open popup, as a thread's new messages reach its window. The figure is taken
+    // against the memory after a first tenth of them, once the page's own buffers have grown.
+    const int texts = argc > 3 ? qMax(10, atoi(argv[3])) : 300;
+    frame->evaluateJavaScript(QStringLiteral("qtIndexWindow.launchQuickReply('stream', "
+        "JSON.stringify({name: 'Benchmark', message: 'first', sound: false}), 300, 200, 'Stream')"));
+    QPointer<NotificationWindow> stream = NotificationWindowManager::getInstance()->getNotificationWindow(QStringLiteral("stream"));
+    waitFor([&stream]() { return !stream || stream->isVisible(); });
+    long textsBase = 0;
+    QElapsedTimer textTimer;
+    for (int i = 0; i < texts && stream; ++i) {
+        if (i == texts / 10)
+            textsBase = residentKiB();
+        frame->evaluateJavaScript(QStringLiteral("qtIndexWindow.launchQuickReply('stream', "
+            "JSON.stringify({name: 'Benchmark', message: 'Message %1 of the stream', sound: false}), 300, 200, 'Stream')").arg(i));
+        textTimer.start();
+        waitFor([&textTimer]() { return textTimer.elapsed() > 20; });
+    }
+    const double perText = stream ? double(residentKiB() - textsBase) / (texts - texts / 10) : 0;
+
     out << "windows: " << count << "\n";
     out << "bare windows: all shown after " << bare.ms << " ms, " << bare.kib / count << " KiB each"
         << (bare.ok ? "" : " (timed out)") << "\n";
@@ -188,6 +210,8 @@ int main(int argc, char** argv)
     if (rounds > 1)
         out << "KiB per popup that stays after each round of " << count << ": " << staysAfterRound.join(QStringLiteral(", ")) << "\n";
 
+    out << "texts into an open popup: " << QString::number(perText, 'f', 2) << " KiB kept per text over "
+        << texts << (stream ? "" : " (the popup went away)") << "\n";
     out.flush();
     return bridged && bare.ok && allClosed ? 0 : 1;
 }

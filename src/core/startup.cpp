@@ -5,9 +5,12 @@
 #include <QGraphicsWebView>
 #include <QIcon>
 #include <QThread>
+#include <QTimer>
 #include <QWebInspector>
 #include <QWebPage>
 #include <QWebSettings>
+
+#include <memory>
 
 #include "core/logger.h"
 #include "core/servicehost.h"
@@ -141,8 +144,21 @@ int Startup::run(int argc, char** argv)
         if (decision.removeStartOnLaunch)
             indexWindow->removeSetting(QStringLiteral("start-on-launch"));
 
-        showTrayIcon(decision.firstLaunch);
-        showHackWindow();
+        // Neither the tray icon nor the hidden helper window is needed to see the start page:
+        // made here, they held its first paint back. They come once it has loaded; the first
+        // launch's start-at-login entry is written now, before the launch time.
+        if (decision.firstLaunch)
+            AutomaticStartup::setAutomaticStartup();
+        auto shown = std::make_shared<bool>(false);
+        const auto showTheRest = [shown] {
+            if (*shown)
+                return;
+            *shown = true;
+            showTrayIcon(false);
+            showHackWindow();
+        };
+        QObject::connect(indexWindow->webView()->page(), &QWebPage::loadFinished, app, showTheRest);
+        QTimer::singleShot(2000, app, showTheRest);
         mainWindow.activateWindow();
         indexWindow->webView()->setFocus(Qt::MouseFocusReason);
         QApplication::setActiveWindow(mainWindowHolder::get());

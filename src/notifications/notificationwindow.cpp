@@ -1,6 +1,7 @@
 // NotificationWindow: construction and the services its page calls.
 #include "notificationwindow.h"
 
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QElapsedTimer>
 #include <QEvent>
@@ -15,6 +16,8 @@
 #include <QTimer>
 #include <QWebFrame>
 #include <QWebSettings>
+
+#include <malloc.h>
 
 #include "core/logger.h"
 #include "core/properties.h"
@@ -35,6 +38,65 @@ const QString pageLogModule = QStringLiteral("notificationhtml");
 // Guarded: the page of a later popup may call the slots that stop them after that window has gone.
 QPointer<QTimer> delayedDisplayTimer;
 QPointer<QTimer> tabFinishedTimer;
+
+void ignoreSslErrors(QNetworkReply* networkReply, const QList<QSslError>& sslErrorList)
+{
+    for (const QSslError& error : sslErrorList)
+        Logger::Info(logModule, QStringLiteral("[sslErrors] - ") + error.errorString());
+    SslErrorPolicy::ignoreAll(networkReply, sslErrorList, logModule);
+}
+
+void logReply(QNetworkReply* reply)
+{
+    Logger::Debug(logModule, QStringLiteral("[replyFinished] - page=") + reply->request().url().toString()
+            + QStringLiteral(", from cache=")
+            + reply->attribute(QNetworkRequest::SourceIsFromCacheAttribute).toString());
+}
+
+// A closed page's memory goes back to the heap, not to the system, until the allocator is asked
+// to give its free pages back. Asked twice after the last popup of a burst has gone: at once, and
+// once the web engine's collector has freed what the closed pages' scripts held.
+void trimHeapSoon()
+{
+    static QPointer<QTimer> soon;
+    static QPointer<QTimer> later;
+    if (!soon) {
+        soon = new QTimer(QCoreApplication::instance());
+        later = new QTimer(QCoreApplication::instance());
+        for (QTimer* timer : { soon.data(), later.data() }) {
+            timer->setSingleShot(true);
+            QObject::connect(timer, &QTimer::timeout, [] { malloc_trim(0); });
+        }
+        soon->setInterval(2000);
+        later->setInterval(10000);
+    }
+    soon->start();
+    later->start();
+}
+
+// The network side of every popup open: one manager, one disk cache and the program's cookie
+// jar, made with the first popup instead of for each one, and given back with the last.
+QPointer<QNetworkAccessManager> popupNetwork;
+int popupNetworkUsers = 0;
+
+QNetworkAccessManager* takePopupNetwork(QObject* user)
+{
+    if (!popupNetwork) {
+        popupNetwork = new QNetworkAccessManager();
+        DiskCacheSetup::install(popupNetwork, popupNetwork, logModule, QStringLiteral("[constructor] "));
+        CookieJar::share(popupNetwork);
+        QObject::connect(popupNetwork, &QNetworkAccessManager::sslErrors, &ignoreSslErrors);
+        QObject::connect(popupNetwork, &QNetworkAccessManager::finished, &logReply);
+    }
+    ++popupNetworkUsers;
+    QObject::connect(user, &QObject::destroyed, [] {
+        trimHeapSoon();
+        // Later: the page of the popup going now may still be taking its replies down.
+        if (--popupNetworkUsers == 0 && popupNetwork)
+            popupNetwork->deleteLater();
+    });
+    return popupNetwork;
+}
 }
 
 NotificationWindow::NotificationWindow(QWidget* parent, bool /*unused*/)
@@ -50,24 +112,14 @@ NotificationWindow::NotificationWindow(QWidget* parent, bool /*unused*/)
     auto* closeShortcut = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_W), this, nullptr, nullptr, Qt::WindowShortcut);
     connect(closeShortcut, &QShortcut::activated, this, &QWidget::close);
 
+    // Web settings and persistent storage are the process's, set up by its first page.
     page = new Html5WebPage(this);
-    QWebSettings* settings = page->settings();
-    settings->setAttribute(QWebSettings::JavascriptCanOpenWindows, true);
-    settings->setAttribute(QWebSettings::LocalStorageEnabled, true);
-    settings->setAttribute(QWebSettings::LocalContentCanAccessRemoteUrls, true);
-
-    QNetworkAccessManager* manager = page->networkAccessManager();
-    DiskCacheSetup::install(manager, this, logModule, QStringLiteral("[constructor] "));
-    // A jar of its own on the shared store: the popup is signed in because the main window is.
-    manager->setCookieJar(new CookieJar());
-
+    // The popup is signed in because the main window is: they share the cookie jar.
+    page->setNetworkAccessManager(takePopupNetwork(page));
     page->setLinkDelegationPolicy(QWebPage::DelegateExternalLinks);
-    QWebSettings::enablePersistentStorage(Properties::getPersistentStorageLocation());
 
     connect(page->mainFrame(), &QWebFrame::javaScriptWindowObjectCleared, this, &NotificationWindow::addJSObject);
     connect(page, &QWebPage::loadFinished, this, &NotificationWindow::loadFinished);
-    connect(manager, &QNetworkAccessManager::sslErrors, this, &NotificationWindow::sslErrors);
-    connect(manager, &QNetworkAccessManager::finished, this, &NotificationWindow::replyFinished);
     connect(webView(), &QGraphicsWebView::linkClicked, this, &NotificationWindow::linkClicked);
 
     webView()->setPage(page);
@@ -140,16 +192,12 @@ void NotificationWindow::loadFinished(bool param)
 
 void NotificationWindow::sslErrors(QNetworkReply* networkReply, QList<QSslError> sslErrorList)
 {
-    for (const QSslError& error : sslErrorList)
-        Logger::Info(logModule, QStringLiteral("[sslErrors] - ") + error.errorString());
-    SslErrorPolicy::ignoreAll(networkReply, sslErrorList, logModule);
+    ignoreSslErrors(networkReply, sslErrorList);
 }
 
 void NotificationWindow::replyFinished(QNetworkReply* reply)
 {
-    Logger::Debug(logModule, QStringLiteral("[replyFinished] - page=") + reply->request().url().toString()
-            + QStringLiteral(", from cache=")
-            + reply->attribute(QNetworkRequest::SourceIsFromCacheAttribute).toString());
+    logReply(reply);
 }
 
 void NotificationWindow::linkClicked(QUrl url)

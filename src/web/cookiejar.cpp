@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QFile>
 #include <QMetaEnum>
+#include <QNetworkAccessManager>
+#include <QPointer>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QWebSettings>
@@ -23,6 +25,9 @@ const QString logModule = QStringLiteral("cookiejar");
 const QString fileName = QStringLiteral("/c.ini");
 const qint32 streamVersion = 23;
 const int timeLimitDays = 90;
+
+QPointer<CookieJar> sharedJar;
+int sharedJarUsers = 0;
 
 const QFileDevice::Permissions ownerOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
@@ -163,9 +168,35 @@ CookieJar::CookieJar(QObject* parent)
 
 CookieJar::~CookieJar()
 {
+    finish();
+}
+
+void CookieJar::finish()
+{
     if (mKeepCookies == KeepUntilExit)
         clear();
     mSaveTimer->saveIfNecessary();
+}
+
+void CookieJar::share(QNetworkAccessManager* manager)
+{
+    if (!sharedJar) {
+        sharedJar = new CookieJar();
+        // A surface may outlive the event loop (a popup still open at quit): what is pending is
+        // written when the program leaves its loop, not left to the last surface's end.
+        if (QCoreApplication::instance()) {
+            QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, sharedJar,
+                [jar = sharedJar.data()] { jar->finish(); });
+        }
+    }
+    manager->setCookieJar(sharedJar);
+    // The manager adopts the jar it is given; this one belongs to all of them.
+    sharedJar->setParent(nullptr);
+    ++sharedJarUsers;
+    QObject::connect(manager, &QObject::destroyed, [] {
+        if (--sharedJarUsers == 0)
+            delete sharedJar.data();
+    });
 }
 
 void CookieJar::clear()
@@ -188,8 +219,14 @@ void CookieJar::load()
 
     QList<QNetworkCookie> cookies;
     cookies.reserve(storedCookies.size());
-    for (const QNetworkCookie& cookie : storedCookies)
-        cookies.append(withValue(cookie, decipherValue(cookie.value())));
+    // What expired while the program was not running leaves the file at the next save.
+    const QDateTime now = QDateTime::currentDateTime();
+    for (const QNetworkCookie& cookie : storedCookies) {
+        if (!cookie.isSessionCookie() && cookie.expirationDate() < now)
+            mSaveTimer->changeOccurred();
+        else
+            cookies.append(withValue(cookie, decipherValue(cookie.value())));
+    }
     setAllCookies(cookies);
 
     cookieSettings.beginGroup(QStringLiteral("Exceptions"));
@@ -305,12 +342,18 @@ bool CookieJar::setCookiesFromUrl(const QList<QNetworkCookie>& cookieList, const
 
     const QDateTime soon = QDateTime::currentDateTime().addDays(timeLimitDays);
     bool addedCookies = false;
+    bool removedCookies = false;
     for (QNetworkCookie cookie : cookieList) {
         if (mKeepCookies == KeepUntilTimeLimit && !cookie.isSessionCookie() && cookie.expirationDate() > soon)
             cookie.setExpirationDate(soon);
 
+        // An expired cookie is the server's way to delete one (sign-out): the base class removes
+        // the match and answers false, and the removal must reach the file as an addition does.
+        const int countBefore = allCookies().size();
         if (QNetworkCookieJar::setCookiesFromUrl(QList<QNetworkCookie>() << cookie, url)) {
             addedCookies = true;
+        } else if (allCookies().size() < countBefore) {
+            removedCookies = true;
         } else if (mAcceptCookies == AcceptAlways) {
             // Forces in a cookie that the domain rules of the base class turned down.
             setAllCookies(allCookies() << cookie);
@@ -318,7 +361,7 @@ bool CookieJar::setCookiesFromUrl(const QList<QNetworkCookie>& cookieList, const
         }
     }
 
-    if (addedCookies) {
+    if (addedCookies || removedCookies) {
         mSaveTimer->changeOccurred();
         emit cookiesChanged();
     }

@@ -7,10 +7,11 @@
 
 class AutoSaver;
 class QDataStream;
+class QNetworkAccessManager;
 
 // Persistent cookie jar on the shared file "c.ini" in the data location. Loads on first use,
-// keeps only persistent cookies on disk and enciphers their values there. Every web surface
-// has a jar of its own on the same file; the one that saves last wins.
+// keeps only persistent cookies on disk and enciphers their values there. The web surfaces of
+// the program share one jar (share()); other users make a jar of their own on the same file.
 class CookieJar : public QNetworkCookieJar
 {
     Q_OBJECT
@@ -31,6 +32,11 @@ public:
 
     explicit CookieJar(QObject* parent = nullptr);
     ~CookieJar() override;
+
+    // Gives the manager the jar every web surface alive uses, made and read at the first call.
+    // The file is read and deciphered once, and no surface's save can bring back what another
+    // removed (a sign-out). The jar goes, saving what is pending, with the last manager using it.
+    static void share(QNetworkAccessManager* manager);
 
     QList<QNetworkCookie> cookiesForUrl(const QUrl& url) const override;
     bool setCookiesFromUrl(const QList<QNetworkCookie>& cookieList, const QUrl& url) override;
@@ -62,6 +68,8 @@ private slots:
 private:
     void load();
     void ensureLoaded() const;
+    // What the end of the run does to the jar: emptied under "keep until exit", then saved.
+    void finish();
     void purgeOldCookies();
 
     bool mLoaded;

@@ -11,7 +11,10 @@ void DiskCacheSetup::install(QNetworkAccessManager* manager, QObject* cacheParen
 {
     auto* cache = new QNetworkDiskCache(cacheParent);
     cache->setCacheDirectory(Properties::getPersistentStorageLocation() + QStringLiteral("/cache"));
-    Logger::Info(module, tag + QStringLiteral(" cache size=") + QString::number(cache->cacheSize()));
+    // The size is found by reading every file of the folder: only for the log, never on the way
+    // to the first paint of a user who doesn't keep one (the cache sizes itself at its first write).
+    if (Logger::isLoggingEnabled())
+        Logger::Info(module, tag + QStringLiteral(" cache size=") + QString::number(cache->cacheSize()));
     Logger::Info(module, tag + QStringLiteral(" maximum cache size =") + QString::number(cache->maximumCacheSize()));
     if (cache->maximumCacheSize() < minimumMaximumSize) {
         cache->setMaximumCacheSize(minimumMaximumSize);

@@ -5,7 +5,8 @@
 class QNetworkAccessManager;
 class QObject;
 
-// Every hosted surface gets its own QNetworkDiskCache on the one shared cache folder, raised to 1 GiB.
+// Each network manager of the hosted surfaces (the main view's, the one all popups share, a page-opened
+// window's) gets its own QNetworkDiskCache on the one shared cache folder, raised to 1 GiB.
 class DiskCacheSetup
 {
 public:

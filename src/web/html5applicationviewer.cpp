@@ -24,12 +24,14 @@ Html5ApplicationViewer::~Html5ApplicationViewer()
 
 void Html5ApplicationViewer::loadFile(const QString& fileName)
 {
+    m_d->offerQuitToDefaultPage();
     // Relative names resolve against the working directory, not the program's folder.
     m_d->webView()->setUrl(QUrl::fromLocalFile(QFileInfo(fileName).absoluteFilePath()));
 }
 
 void Html5ApplicationViewer::loadUrl(const QUrl& url)
 {
+    m_d->offerQuitToDefaultPage();
     m_d->webView()->setUrl(url);
 }
 

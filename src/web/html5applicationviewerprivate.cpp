@@ -20,10 +20,19 @@ Html5ApplicationViewerPrivate::Html5ApplicationViewerPrivate(QWidget* parent)
     setAttribute(Qt::WA_AcceptTouchEvents, true);
     scene()->addItem(m_webView);
     scene()->setActiveWindow(m_webView);
+}
 
-    // Bound to the page the view has now; owners that replace the page don't offer "Qt".
-    connect(m_webView->page()->mainFrame(), &QWebFrame::javaScriptWindowObjectCleared, this,
-        &Html5ApplicationViewerPrivate::addToJavaScript);
+void Html5ApplicationViewerPrivate::offerQuitToDefaultPage()
+{
+    // Only the view's own page offers "Qt"; owners that replace the page before loading don't.
+    // Asked at the first load, not here: the view would make a page only to be thrown away.
+    if (m_quitOffered)
+        return;
+    m_quitOffered = true;
+    QWebPage* page = m_webView->page();
+    if (page->parent() == m_webView)
+        connect(page->mainFrame(), &QWebFrame::javaScriptWindowObjectCleared, this,
+            &Html5ApplicationViewerPrivate::addToJavaScript);
 }
 
 void Html5ApplicationViewerPrivate::quit()

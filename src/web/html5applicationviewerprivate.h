@@ -12,6 +12,7 @@ public:
     explicit Html5ApplicationViewerPrivate(QWidget* parent = nullptr);
 
     QGraphicsWebView* webView() const { return m_webView; }
+    void offerQuitToDefaultPage();
 
 signals:
     void quitRequested();
@@ -27,4 +28,5 @@ private slots:
 
 private:
     QGraphicsWebView* m_webView;
+    bool m_quitOffered = false;
 };

@@ -2,23 +2,60 @@
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QTimer>
 #include <QWebInspector>
 #include <QWebSettings>
 #include <QWebView>
 
 #include "core/logger.h"
+#include "core/properties.h"
 #include "web/cookiejar.h"
 #include "web/diskcachesetup.h"
 #include "web/sslerrorpolicy.h"
 
 namespace {
 const QString logModule = QStringLiteral("html5webpage");
+
+bool firstPage = true;
+
+// What every page of the process shares, done before the first page exists: QtWebKit binds a
+// page's local storage when the page is made, so a page made before its folder is set keeps its
+// items in memory only, apart from every other page's.
+QObject* preparedProcess(QObject* parent)
+{
+    if (firstPage) {
+        QWebSettings* settings = QWebSettings::globalSettings();
+        settings->setLocalStoragePath(Properties::getPersistentStorageLocation() + QStringLiteral("/LocalStorage"));
+        settings->setAttribute(QWebSettings::JavascriptCanOpenWindows, true);
+        settings->setAttribute(QWebSettings::LocalStorageEnabled, true);
+        settings->setAttribute(QWebSettings::LocalContentCanAccessRemoteUrls, true);
+    }
+    return parent;
+}
+
+// The rest of the persistent storage (databases, application cache, icons) opens and sets up
+// SQLite files, a sixth of the start-up's work: done once the first page has loaded, which uses
+// none of them. It sets the same local storage folder as above.
+void completePersistentStorage()
+{
+    static bool done = false;
+    if (done)
+        return;
+    done = true;
+    QWebSettings::enablePersistentStorage(Properties::getPersistentStorageLocation());
+}
 }
 
 Html5WebPage::Html5WebPage(QObject* parent)
-    : QWebPage(parent)
+    : QWebPage(preparedProcess(parent))
 {
     Logger::Debug(logModule, QStringLiteral("[constructor] - called"));
+    if (firstPage) {
+        firstPage = false;
+        connect(this, &QWebPage::loadFinished, this, &completePersistentStorage);
+        // A first load that never ends doesn't hold the rest back for long.
+        QTimer::singleShot(3000, &completePersistentStorage);
+    }
 }
 
 QWebPage* Html5WebPage::createWindow(QWebPage::WebWindowType /*type*/)
@@ -29,7 +66,7 @@ QWebPage* Html5WebPage::createWindow(QWebPage::WebWindowType /*type*/)
     auto* page = new QWebPage(view);
     QNetworkAccessManager* manager = page->networkAccessManager();
     DiskCacheSetup::install(manager, view, logModule, QStringLiteral("[createWindow]"));
-    manager->setCookieJar(new CookieJar());
+    CookieJar::share(manager);
     connect(manager, &QNetworkAccessManager::sslErrors, this, &Html5WebPage::sslErrors);
 
     if (Logger::isDebugCodeValid()) {

@@ -46,17 +46,12 @@ IndexWindow::IndexWindow(QWidget* parent)
     nativeNotificationTrayIcon = new QSystemTrayIcon(parent);
     mWebPage = new Html5WebPage(this);
 
-    QWebSettings* settings = mWebPage->settings();
-    settings->setAttribute(QWebSettings::JavascriptCanOpenWindows, true);
-    settings->setAttribute(QWebSettings::LocalStorageEnabled, true);
-    settings->setAttribute(QWebSettings::LocalContentCanAccessRemoteUrls, true);
-
+    // The page's web settings and persistent storage are the process's, set up by its first page.
     QNetworkAccessManager* manager = mWebPage->networkAccessManager();
     DiskCacheSetup::install(manager, this, logModule, QStringLiteral("[constructor] "));
-    manager->setCookieJar(new CookieJar());
+    CookieJar::share(manager);
 
     mWebPage->setLinkDelegationPolicy(QWebPage::DelegateExternalLinks);
-    settings->enablePersistentStorage(Properties::getPersistentStorageLocation());
     webView()->setPage(mWebPage);
 
     connect(mWebPage->mainFrame(), &QWebFrame::javaScriptWindowObjectCleared, this, &IndexWindow::addJSObject);

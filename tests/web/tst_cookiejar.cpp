@@ -121,6 +121,8 @@ private slots:
     void initTestCase();
     void cleanup();
     void survivesRestart();
+    void restartOfTheSurfaces_data();
+    void restartOfTheSurfaces();
     void signInReachesPageOpenedWindow();
     void filePermissions();
     void badFile_data();
@@ -183,6 +185,60 @@ void TestCookieJar::survivesRestart()
         expected << QString::fromUtf8(cookie.toRawForm(QNetworkCookie::Full));
     }
     QCOMPARE(restored, expected);
+}
+
+void TestCookieJar::restartOfTheSurfaces_data()
+{
+    QTest::addColumn<QStringList>("starts"); // per start of the program: "path script [popup]"
+    QTest::addColumn<QString>("lastOutput");
+    QTest::addColumn<QByteArray>("lastCookieHeader");
+
+    const QString cookie = QStringLiteral("document.cookie");
+    QTest::newRow("signed in stays signed in, popup too")
+        << QStringList({ "/signin " + cookie, "/page " + cookie + " popup" })
+        << "main sid=signed-in\npopup sid=signed-in\n" << QByteArray("sid=signed-in");
+    QTest::newRow("sign-out sticks, popup too")
+        << QStringList({ "/signin " + cookie, "/signout " + cookie, "/page " + cookie + " popup" })
+        << "main \npopup \n" << QByteArray();
+    // Set in the main view before a quit; read after the restart by the main view and by a popup.
+    QTest::newRow("local storage kept and shared")
+        << QStringList({ "/page localStorage.setItem('draft','hello')",
+               "/page String(localStorage.getItem('draft')) popup" })
+        << "main hello\npopup hello\n" << QByteArray();
+}
+
+void TestCookieJar::restartOfTheSurfaces()
+{
+    QFETCH(QStringList, starts);
+    QFETCH(QString, lastOutput);
+    QFETCH(QByteArray, lastCookieHeader);
+
+    HttpServer server;
+    QVERIFY(server.listen());
+    server.serve("/signin", "<p>in</p>", "text/html", 200,
+        { { "Set-Cookie", makeCookie("sid", "signed-in", 30).toRawForm() } });
+    server.serve("/signout", "<p>out</p>", "text/html", 200,
+        { { "Set-Cookie", makeCookie("sid", "", -1).toRawForm() } });
+    server.serve("/page", "<p>page</p>", "text/html");
+
+    QString output;
+    for (const QString& start : starts) {
+        QStringList arguments = start.split(' ');
+        const bool popup = arguments.last() == QLatin1String("popup");
+        if (popup)
+            arguments.removeLast();
+        const QString path = arguments.takeFirst();
+        QStringList command = { server.url(path).toString(), arguments.join(' ') };
+        if (popup)
+            command << QStringLiteral("popup");
+        QProcess program;
+        program.start(QStringLiteral(SURFACE_CLIENT_PATH), command);
+        QVERIFY2(program.waitForFinished(60000), "the program didn't quit");
+        QCOMPARE(program.exitCode(), 0);
+        output = QString::fromUtf8(program.readAllStandardOutput());
+    }
+    QCOMPARE(output, lastOutput);
+    QCOMPARE(server.requestsFor("/page").last().header("Cookie"), lastCookieHeader);
 }
 
 void TestCookieJar::signInReachesPageOpenedWindow()
