@@ -5,13 +5,13 @@
 #include <QApplication>
 #include <QGraphicsWebView>
 #include <QGuiApplication>
-#include <QMap>
 #include <QScreen>
 #include <QVariant>
 
 #include "core/logger.h"
 #include "core/properties.h"
 #include "notifications/notificationwindow.h"
+#include "notifications/popupgeometry.h"
 #include "notifications/popuptray.h"
 
 namespace {
@@ -52,14 +52,7 @@ void showFocused(NotificationWindow* window)
 
 QSize NotificationWindowManager::boundedPopupSize(int width, int height)
 {
-    const int smallest = 50;
-    QRect available = primaryAvailableGeometry();
-    if (available.isEmpty())
-        available = QRect(0, 0, 4096, 4096);
-    const double zoom = qBound(0.1, scaleFactor(), 10.0);
-    const int widest = qMax(smallest, int(available.width() / zoom));
-    const int tallest = qMax(smallest, int(available.height() / zoom));
-    return QSize(qBound(smallest, width, widest), qBound(smallest, height, tallest));
+    return PopupGeometry::boundedSize(QSize(width, height), primaryAvailableGeometry().size(), scaleFactor());
 }
 
 NotificationWindow* NotificationWindowManager::createNotificationWindow(QString key, QString json, int width, int height)
@@ -81,33 +74,26 @@ NotificationWindow* NotificationWindowManager::createNotificationWindow(QString 
     window->setProperty(PopupProperty::windowType, QString::fromLatin1(PopupKind::notification));
 
     // Sizes follow the zoom in force, margins follow the screen.
-    const int scaledWidth = int(width * scaleFactor());
-    const int scaledHeight = int(height * scaleFactor());
-    const int titleBarAllowance = int(osScaleFactor() * 33.0);
-
+    const QSize scaled = PopupGeometry::scaledSize(QSize(width, height), scaleFactor());
+    const int scaledWidth = scaled.width();
+    const int scaledHeight = scaled.height();
     int xPosition = 0;
-    int yPosition = titleBarAllowance;
+    int yPosition = 0;
 
     if (widgetType == QLatin1String(PopupKind::composeNewWindow)) {
-        // Centred on the icon's left edge, and kept clear of the screen's edges.
         const QRect g = PopupTray::instance()->geometry();
-        xPosition = g.x() - scaledWidth / 2;
-        const int availableWidth = primaryAvailableGeometry().width();
-        if (xPosition + scaledWidth > availableWidth)
-            xPosition = availableWidth - scaledWidth - 10;
-        else if (xPosition < 0)
-            xPosition = primaryScreenGeometry().width() - availableWidth + 10;
-        yPosition = g.y() - scaledHeight - 10;
-        if (yPosition < 0)
-            yPosition = titleBarAllowance;
+        const QPoint place = PopupGeometry::composePlace(g, scaled, primaryAvailableGeometry().width(),
+            primaryScreenGeometry().width(), osScaleFactor());
+        xPosition = place.x();
+        yPosition = place.y();
         Logger::Info(logModule, QStringLiteral("[createNotificationWindow] - compose at x=%1, y=%2, tray x=%3, y=%4")
                 .arg(xPosition).arg(yPosition).arg(g.x()).arg(g.y()));
     } else {
         if (!key.startsWith(QLatin1String(PopupKind::liveViewKeyPrefix)))
             PopupTray::instance()->addCloseQuickReplyWindowsOption();
 
-        // The chain: every stacked popup the user hasn't dragged away, by index.
-        QMap<int, QWidget*> chain;
+        // The stack: every stacked popup the user hasn't dragged away.
+        QList<PopupGeometry::StackedPopup> stack;
         const QWidgetList widgets = QApplication::topLevelWidgets();
         for (QWidget* widget : widgets) {
             if (widget->property(PopupProperty::widgetType) != QVariant(QString::fromLatin1(PopupKind::notificationWindow)))
@@ -115,60 +101,24 @@ NotificationWindow* NotificationWindowManager::createNotificationWindow(QString 
             const QVariant index = widget->property(PopupProperty::widgetIndex);
             if (!index.isValid() || widget->property(PopupProperty::widgetMoved).toBool())
                 continue;
-            chain.insert(index.toInt(), widget);
+            const QVariant wKey = widget->property(PopupProperty::widgetKey);
+            stack << PopupGeometry::StackedPopup { index.toInt(), widget->property(PopupProperty::column).toInt(),
+                widget->property(PopupProperty::yPosition).toInt(), widget->property(PopupProperty::height).toInt(),
+                widget->geometry(), widget->frameGeometry().left(), wKey.isValid() && wKey != QVariant(key) };
         }
-
-        int column = 1;
-        int lastIndex = 0;
-        int leftMarginForWindowsInAColumn = 0;
-        const int windowSpacing = int(osScaleFactor() * 8.0);
-        int rightMarginForWindowsInAColumn = windowSpacing;
-
-        for (auto it = chain.constBegin(); it != chain.constEnd(); ++it) {
-            QWidget* w = it.value();
-            const QVariant wKey = w->property(PopupProperty::widgetKey);
-            if (w->property(PopupProperty::widgetType) != QVariant(QString::fromLatin1(PopupKind::notificationWindow))
-                || !wKey.isValid() || wKey == QVariant(key) || it.key() <= lastIndex)
-                continue;
-            lastIndex = it.key();
-            // The pitch comes from the recorded place and size, plus one title bar and one gap.
-            yPosition = w->property(PopupProperty::yPosition).toInt() + w->property(PopupProperty::height).toInt()
-                + titleBarAllowance + windowSpacing;
-            rightMarginForWindowsInAColumn = 0;
-            const int wColumn = w->property(PopupProperty::column).toInt();
-            if (wColumn > column) {
-                // W opened a column not seen yet: line up with its right edge.
-                rightMarginForWindowsInAColumn = w->geometry().left();
-                xPosition = w->geometry().right() - scaledWidth + 1;
-                column = wColumn;
-            }
-            if (leftMarginForWindowsInAColumn == 0 || w->frameGeometry().left() < leftMarginForWindowsInAColumn)
-                leftMarginForWindowsInAColumn = w->frameGeometry().left();
-        }
-
-        // Only the size of the free area counts, not where it starts.
-        const QRect available = primaryAvailableGeometry();
-        const int availableWidth = available.width();
-        const int availableHeight = available.height();
         logScreens();
+        const PopupGeometry::StackPlace place
+            = PopupGeometry::stackedPlace(stack, scaled, primaryAvailableGeometry().size(), osScaleFactor());
+        xPosition = place.x;
+        yPosition = place.y;
 
-        if (xPosition == 0)
-            xPosition = availableWidth - (windowSpacing + scaledWidth) * column;
-        if (yPosition + scaledHeight > availableHeight) {
-            // Full: open the next column to the left. A result off the screen is used as it comes.
-            ++column;
-            xPosition = leftMarginForWindowsInAColumn - scaledWidth - rightMarginForWindowsInAColumn;
-            yPosition = titleBarAllowance;
-        }
-
-        window->setProperty(PopupProperty::widgetIndex, lastIndex + 1);
-        window->setProperty(PopupProperty::column, column);
+        window->setProperty(PopupProperty::widgetIndex, place.index);
+        window->setProperty(PopupProperty::column, place.column);
         window->setProperty(PopupProperty::yPosition, yPosition);
         window->setProperty(PopupProperty::height, scaledHeight);
         window->setProperty(PopupProperty::width, scaledWidth);
         Logger::Info(logModule, QStringLiteral("[createNotificationWindow] - index=%1, column=%2, x=%3, y=%4")
-                .arg(lastIndex + 1).arg(column).arg(xPosition).arg(yPosition));
-
+                .arg(place.index).arg(place.column).arg(xPosition).arg(yPosition));
     }
 
     window->setProperty(PopupProperty::finalXPosition, xPosition);

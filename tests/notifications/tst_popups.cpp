@@ -1,5 +1,6 @@
-// Popups on a real X screen with the real popup page. Expected figures are worked out from the screen
-// in use, its scale factors and the window manager's frames, so the tables hold on any screen size.
+// Popups on a real X screen with the real popup page. Where they stand is the placement rules' to say
+// (tst_popupgeometry works those by hand); here the windows must land where the rules say for the
+// records the real windows carry, on any screen size and with or without a window manager.
 #include <QtTest>
 
 #include <QGraphicsWebView>
@@ -14,6 +15,7 @@
 #include "desktop/mainwindow.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
+#include "notifications/popupgeometry.h"
 #include "notifications/popuptray.h"
 #include "stagedfolder.h"
 #include "web/indexwindow.h"
@@ -33,11 +35,6 @@ struct PopupStep
     int height;
     QString key;
     bool dragAway; // the user drags it out of the stack right after it opened
-};
-
-struct Placed
-{
-    int x, y, column, index;
 };
 
 NotificationWindowManager* manager() { return NotificationWindowManager::getInstance(); }
@@ -76,7 +73,6 @@ bool discardQuestionShown(NotificationWindow* window)
 } // namespace
 
 Q_DECLARE_METATYPE(PopupStep)
-Q_DECLARE_METATYPE(Placed)
 
 class TestPopups : public QObject
 {
@@ -102,10 +98,6 @@ private:
     QList<NotificationWindow*> openAll(const QList<PopupStep>& steps);
     bool closeAll();
     int scaled(int size) const { return int(size * mScale); }
-    int titleBar() const { return int(mOsScale * 33.0); }
-    int spacing() const { return int(mOsScale * 8.0); }
-    // Where a standard 300x200 popup stands at a place in the chain.
-    Placed standard(int column, int row, int index) const;
     QList<PopupStep> popups(int count) const;
 
     TrayStandIn mTray;
@@ -114,7 +106,6 @@ private:
     double mOsScale = 1.0; // zoom of the screen: margins
     QRect mAvailable;
     bool mWindowManager = false;
-    int mLeftBorder = 0; // client left minus frame left
     int mPerColumn = 0;  // standard popups that fit in one column
 };
 
@@ -184,14 +175,16 @@ void TestPopups::initTestCase()
     // One close has happened in this process before any row runs, as in a running program.
     NotificationWindow* probe = openShown(QStringLiteral("probe"));
     QVERIFY(probe);
-    mLeftBorder = probe->geometry().left() - probe->frameGeometry().left();
     QPointer<NotificationWindow> gone(probe);
     probe->forceClose();
     QTRY_VERIFY(!gone);
 
-    const int pitch = scaled(200) + titleBar() + spacing();
-    while (titleBar() + mPerColumn * pitch + scaled(200) <= mAvailable.height())
-        ++mPerColumn;
+    // How many standard popups fill a column, by the placement rule.
+    const QSize standard(scaled(300), scaled(200));
+    QList<PopupGeometry::StackedPopup> column;
+    for (PopupGeometry::StackPlace p; (p = PopupGeometry::stackedPlace(column, standard, mAvailable.size(), mOsScale)).column == 1;)
+        column << PopupGeometry::StackedPopup { p.index, 1, p.y, standard.height(), QRect(QPoint(p.x, p.y), standard), p.x, true };
+    mPerColumn = column.size();
     QVERIFY2(mPerColumn >= 3, "the tables need room for three popups in a column");
 }
 
@@ -208,15 +201,6 @@ void TestPopups::init()
     mTray.added = mTray.removed = 0;
 }
 
-Placed TestPopups::standard(int column, int row, int index) const
-{
-    const int width = scaled(300);
-    const int firstColumnX = mAvailable.width() - (spacing() + width);
-    // A column opened by overflow stands against the frame of the one before it, with no gap.
-    const int x = firstColumnX - (column - 1) * (width + mLeftBorder);
-    return { x, titleBar() + row * (scaled(200) + titleBar() + spacing()), column, index };
-}
-
 QList<PopupStep> TestPopups::popups(int count) const
 {
     QList<PopupStep> steps;
@@ -228,53 +212,42 @@ QList<PopupStep> TestPopups::popups(int count) const
 void TestPopups::stackedPlacement_data()
 {
     QTest::addColumn<QList<PopupStep>>("steps");
-    QTest::addColumn<QList<Placed>>("expected"); // one per step, in order
 
-    const int n = mPerColumn;
-    QList<Placed> overflow;
-    for (int row = 0; row < n; ++row)
-        overflow << standard(1, row, row + 1);
-    overflow << standard(2, 0, n + 1) << standard(2, 1, n + 2);
-    QTest::newRow("column fills, overflows, second column continues") << popups(n + 2) << overflow;
-
+    QTest::newRow("column fills, overflows, second column continues") << popups(mPerColumn + 2);
     QList<PopupStep> dragged = popups(4);
     dragged[2].dragAway = true;
-    // The dragged third keeps its index 3, and the next popup takes index 3 and the place again.
-    QTest::newRow("dragged popup left out of the stack")
-        << dragged << QList<Placed> { standard(1, 0, 1), standard(1, 1, 2), standard(1, 2, 3), standard(1, 2, 3) };
-
-    // In the first column each popup keeps its own right margin, whatever its width.
-    const QList<PopupStep> wide { { 400, 200, "wide", false }, { 300, 200, "narrow", false } };
-    const Placed first { mAvailable.width() - (spacing() + scaled(400)), titleBar(), 1, 1 };
-    QTest::newRow("popup of another width") << wide << QList<Placed> { first, standard(1, 1, 2) };
-
-    // No neighbour to stand against: off the left edge, and used as it comes. As tall as a page may
-    // ask for, the whole free height: with the title bar above it, it doesn't fit.
-    const QList<PopupStep> tall { { 300, int(mAvailable.height() / mScale), "tall", false } };
+    QTest::newRow("dragged popup left out of the stack") << dragged;
+    QTest::newRow("popup of another width") << QList<PopupStep> { { 400, 200, "wide", false }, { 300, 200, "narrow", false } };
+    // As tall as a page may ask for: with the title bar above it, it doesn't fit, and goes off the left edge.
     QTest::newRow("first popup as tall as the screen")
-        << tall << QList<Placed> { { -scaled(300) - spacing(), titleBar(), 2, 1 } };
+        << QList<PopupStep> { { 300, int(mAvailable.height() / mScale), "tall", false } };
 }
 
 void TestPopups::stackedPlacement()
 {
     QFETCH(QList<PopupStep>, steps);
-    QFETCH(QList<Placed>, expected);
 
     const QList<NotificationWindow*> windows = openAll(steps);
     QCOMPARE(windows.size(), steps.size());
     // Every quick reply offers the tray's close entry.
     QCOMPARE(mTray.added, steps.size());
+    QList<PopupGeometry::StackedPopup> stack;
     for (int i = 0; i < windows.size(); ++i) {
         NotificationWindow* window = windows.at(i);
-        const Placed want = expected.at(i);
+        const QSize size(scaled(steps.at(i).width), scaled(steps.at(i).height));
+        const PopupGeometry::StackPlace want = PopupGeometry::stackedPlace(stack, size, mAvailable.size(), mOsScale);
         QCOMPARE(window->property(PopupProperty::widgetIndex).toInt(), want.index);
         QCOMPARE(window->property(PopupProperty::column).toInt(), want.column);
         QCOMPARE(window->property(PopupProperty::yPosition).toInt(), want.y);
         QCOMPARE(window->property(PopupProperty::finalXPosition).toInt(), want.x);
-        QCOMPARE(window->size(), QSize(scaled(steps.at(i).width), scaled(steps.at(i).height)));
+        QCOMPARE(window->size(), size);
+        if (steps.at(i).dragAway)
+            continue;
         // A window manager may keep part of a window on the screen; the place asked for is the record above.
-        if (!steps.at(i).dragAway && !(want.x < 0 && mWindowManager))
+        if (!(want.x < 0 && mWindowManager))
             QTRY_COMPARE(window->geometry().topLeft(), QPoint(want.x, want.y));
+        stack << PopupGeometry::StackedPopup { want.index, want.column, want.y, size.height(), window->geometry(),
+            window->frameGeometry().left(), true };
     }
 }
 
@@ -326,27 +299,22 @@ void TestPopups::reflowAfterClose()
     QCOMPARE(windows.size(), steps.size());
     NotificationWindow* closing = windows.at(closed);
 
-    // Followers step down from the closed window's place by their frame height and 3 scaled pixels,
-    // into the next column when the screen ends; the others stay where they are.
+    // All popups here have one width, so the order of the list doesn't matter.
+    QList<PopupGeometry::ReflowPopup> records;
+    for (NotificationWindow* window : windows)
+        records << PopupGeometry::ReflowPopup { window->property(PopupProperty::widgetIndex).toInt(),
+            window->property(PopupProperty::column).toInt(), window->property(PopupProperty::widgetMoved).toBool(), false,
+            window->geometry(), window->frameGeometry() };
     QList<QRect> expected;
     QList<int> columns;
-    int y = closing->geometry().top();
-    int column = closing->property(PopupProperty::column).toInt();
-    for (int i = 0; i < windows.size(); ++i) {
-        NotificationWindow* window = windows.at(i);
-        columns << window->property(PopupProperty::column).toInt();
-        if (i <= closed || steps.at(i).dragAway) {
-            expected << window->geometry();
-            continue;
-        }
-        column = qMin(column, columns.last());
-        if (window->height() + y > mAvailable.height()) {
-            ++column;
-            y = titleBar();
-        }
-        expected << QRect(mAvailable.width() - (spacing() + window->width()) * column, y, window->width(), window->height());
-        columns.last() = column;
-        y = int(window->frameGeometry().height() + y + mOsScale * 3.0);
+    for (const PopupGeometry::ReflowPopup& record : records) {
+        expected << record.client;
+        columns << record.column;
+    }
+    for (const PopupGeometry::ReflowMove& move : PopupGeometry::reflow(records, records.at(closed).index,
+             records.at(closed).client.top(), records.at(closed).column, mAvailable.size(), mOsScale)) {
+        expected[move.popup] = move.to;
+        columns[move.popup] = move.column;
     }
 
     QPointer<NotificationWindow> gone(closing);
