@@ -265,8 +265,14 @@ void TestTray::balloonClickDeliversLatestPayloadOnce()
 
     if (service)
         QVERIFY(mService.start());
-    mMainWindow->showNormal();
-    QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->windowHandle() && mMainWindow->windowHandle()->isExposed(), windowManagerTimeout);
+    // The show from the row before may still be on its way through the window manager; ask until it holds.
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [this] {
+            if (!mMainWindow->windowHandle() || !mMainWindow->windowHandle()->isExposed())
+                mMainWindow->showNormal();
+            return mMainWindow->windowHandle() && mMainWindow->windowHandle()->isExposed();
+        }(),
+        windowManagerTimeout);
     // Iconified by the window manager, not only flagged: a restore sent earlier would be undone.
     // An activation still on its way from the row before can undo it; then it is asked for again.
     QTRY_VERIFY_WITH_TIMEOUT(
