@@ -178,7 +178,7 @@ else
     at_least popups.back 90 || back="not met"
     echo "- 20 popups against 20 bare windows **$timely**: $(ratio popups.ms bare.ms) ($(median popups.ms) against $(median bare.ms) ms; goal at most 3×)."
     echo "- Memory given back 15 s after closing all **$back**: $(median popups.back)% (goal at least 90%), $(median popups.stays) KiB per popup left."
-    echo "- Memory kept per text into an open popup: $(median popups.pertext) KiB (the popup page adds one line per message by design)."
+    echo "- Memory kept per text into an open popup: $(median popups.pertext) KiB (the popup page keeps every message it shows, one line each)."
 fi
 # Start-up and memory against the bare web view
 if [ -n "$(median webfloor.start)" ]; then
