@@ -24,11 +24,8 @@
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "notifications/notificationwindowmanager.h"
-#include "web/cookiejar.h"
-#include "web/diskcachesetup.h"
 #include "web/html5webpage.h"
 #include "web/indexwindow.h"
-#include "web/sslerrorpolicy.h"
 
 namespace {
 const QString logModule = QStringLiteral("notificationwindow");
@@ -39,11 +36,10 @@ const QString pageLogModule = QStringLiteral("notificationhtml");
 QPointer<QTimer> delayedDisplayTimer;
 QPointer<QTimer> tabFinishedTimer;
 
-void ignoreSslErrors(QNetworkReply* networkReply, const QList<QSslError>& sslErrorList)
+void logSslErrors(QNetworkReply*, const QList<QSslError>& sslErrorList)
 {
     for (const QSslError& error : sslErrorList)
         Logger::Info(logModule, QStringLiteral("[sslErrors] - ") + error.errorString());
-    SslErrorPolicy::ignoreAll(networkReply, sslErrorList, logModule);
 }
 
 void logReply(QNetworkReply* reply)
@@ -83,9 +79,9 @@ QNetworkAccessManager* takePopupNetwork(QObject* user)
 {
     if (!popupNetwork) {
         popupNetwork = new QNetworkAccessManager();
-        DiskCacheSetup::install(popupNetwork, popupNetwork, logModule, QStringLiteral("[constructor] "));
-        CookieJar::share(popupNetwork);
-        QObject::connect(popupNetwork, &QNetworkAccessManager::sslErrors, &ignoreSslErrors);
+        // Each error in words first, then the count line of the shared policy.
+        QObject::connect(popupNetwork, &QNetworkAccessManager::sslErrors, &logSslErrors);
+        Html5WebPage::shareNetwork(popupNetwork, popupNetwork, logModule, QStringLiteral("[constructor] "));
         QObject::connect(popupNetwork, &QNetworkAccessManager::finished, &logReply);
     }
     ++popupNetworkUsers;
@@ -116,7 +112,6 @@ NotificationWindow::NotificationWindow(QWidget* parent, bool /*unused*/)
     page = new Html5WebPage(this);
     // The popup is signed in because the main window is: they share the cookie jar.
     page->setNetworkAccessManager(takePopupNetwork(page));
-    page->setLinkDelegationPolicy(QWebPage::DelegateExternalLinks);
 
     connect(page->mainFrame(), &QWebFrame::javaScriptWindowObjectCleared, this, &NotificationWindow::addJSObject);
     connect(page, &QWebPage::loadFinished, this, &NotificationWindow::loadFinished);
@@ -188,16 +183,6 @@ void NotificationWindow::loadFinished(bool param)
         return;
     // The page shows itself once it has rendered; a finished load alone shows nothing.
     Logger::Info(logModule, QStringLiteral("[loadFinished] url=") + page->mainFrame()->url().toString());
-}
-
-void NotificationWindow::sslErrors(QNetworkReply* networkReply, QList<QSslError> sslErrorList)
-{
-    ignoreSslErrors(networkReply, sslErrorList);
-}
-
-void NotificationWindow::replyFinished(QNetworkReply* reply)
-{
-    logReply(reply);
 }
 
 void NotificationWindow::linkClicked(QUrl url)

@@ -39,7 +39,6 @@ public slots:
     void logError(QString method, QString message);
     void loadFinished(bool param);
     void addJSObject();
-    void sslErrors(QNetworkReply* networkReply, QList<QSslError> sslErrorList);
     void closeQuickReply(QString key);
     QString getJson();
     QString getSetting(QString key, QString defaultValue);
@@ -48,7 +47,6 @@ public slots:
     void linkClicked(QUrl url);
     void genericNativeNotificationButtonClicked(QString json);
     void resizeWindow(QString notificationId, int width, int height);
-    void replyFinished(QNetworkReply* reply);
     void tabFinishedTimeout();
     void forceClose();
     void showWindow();

@@ -16,17 +16,10 @@ public:
     }
 };
 
-PopupTray* standIn = nullptr;
-
 } // namespace
 
-PopupTray* PopupTray::instance()
+PopupTray* PopupTray::systemInstance()
 {
     static ApplicationTray applicationTray;
-    return standIn ? standIn : &applicationTray;
-}
-
-void PopupTray::setInstance(PopupTray* tray)
-{
-    standIn = tray;
+    return &applicationTray;
 }

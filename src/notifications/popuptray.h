@@ -1,10 +1,12 @@
 #pragma once
 
+#include "platform/seam.h"
+
 #include <QRect>
 
 // What the popups need from the tray icon: where it stands, for the compose window, and the menu
 // entry that closes all quick-reply popups, which only makes sense while one is open.
-class PopupTray
+class PopupTray : public Seam<PopupTray>
 {
 public:
     virtual ~PopupTray() = default;
@@ -14,8 +16,7 @@ public:
     virtual void addCloseQuickReplyWindowsOption() = 0;
     virtual void removeCloseQuickReplyWindowsOption() = 0;
 
-    // The tray in force: a stand-in installed by a test, or the program's own.
-    static PopupTray* instance();
-    // Not owned. nullptr restores the program's own tray.
-    static void setInstance(PopupTray* tray);
+private:
+    friend class Seam<PopupTray>;
+    static PopupTray* systemInstance();
 };

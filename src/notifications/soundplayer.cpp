@@ -11,22 +11,10 @@ public:
     void play(const QString& resourcePath) override { QSound::play(resourcePath); }
 };
 
-SoundPlayer*& installedPlayer()
-{
-    static SoundPlayer* player = nullptr;
-    return player;
-}
-
 } // namespace
 
-SoundPlayer* SoundPlayer::instance()
+SoundPlayer* SoundPlayer::systemInstance()
 {
     static DevicePlayer devicePlayer;
-    SoundPlayer* player = installedPlayer();
-    return player ? player : &devicePlayer;
-}
-
-void SoundPlayer::setInstance(SoundPlayer* player)
-{
-    installedPlayer() = player;
+    return &devicePlayer;
 }

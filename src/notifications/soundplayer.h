@@ -1,17 +1,18 @@
 #pragma once
 
+#include "platform/seam.h"
+
 #include <QString>
 
 // Plays a short sound from the resources, fire and forget.
-class SoundPlayer
+class SoundPlayer : public Seam<SoundPlayer>
 {
 public:
     virtual ~SoundPlayer() = default;
 
     virtual void play(const QString& resourcePath) = 0;
 
-    // The player in force: a stand-in installed by a test, or the one that reaches the sound device.
-    static SoundPlayer* instance();
-    // Not owned. nullptr restores the real player.
-    static void setInstance(SoundPlayer* player);
+private:
+    friend class Seam<SoundPlayer>;
+    static SoundPlayer* systemInstance();
 };

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "seam.h"
+
 #include <QString>
 
 // The user's start-at-login registration of this program: one entry that the desktop session reads
 // when the user logs in. The entry itself is the whole state; nothing else records it.
-class AutostartEntry
+class AutostartEntry : public Seam<AutostartEntry>
 {
 public:
     struct Program
@@ -25,11 +27,7 @@ public:
     // False when there was nothing to remove or it couldn't be removed.
     virtual bool remove() = 0;
 
-    // The entry in force: a stand-in installed by a test, or the system's.
-    static AutostartEntry* instance();
-    // Not owned. nullptr restores the system's entry.
-    static void setInstance(AutostartEntry* entry);
-
 private:
-    static AutostartEntry* systemEntry();
+    friend class Seam<AutostartEntry>;
+    static AutostartEntry* systemInstance();
 };

@@ -51,7 +51,7 @@ public:
 
 } // namespace
 
-AutostartEntry* AutostartEntry::systemEntry()
+AutostartEntry* AutostartEntry::systemInstance()
 {
     static XdgAutostartEntry entry;
     return &entry;

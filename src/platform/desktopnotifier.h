@@ -1,10 +1,12 @@
 #pragma once
 
+#include "seam.h"
+
 #include <QObject>
 #include <QString>
 
 // The desktop's own notification service, for balloons that can report a click back to us.
-class DesktopNotifier : public QObject
+class DesktopNotifier : public QObject, public Seam<DesktopNotifier>
 {
     Q_OBJECT
 public:
@@ -35,11 +37,6 @@ public:
     // capabilities are still unread.
     virtual bool playsSound() = 0;
 
-    // The notifier in force: a stand-in installed by a test, or the system's.
-    static DesktopNotifier* instance();
-    // Not owned. nullptr restores the system's notifier.
-    static void setInstance(DesktopNotifier* notifier);
-
 signals:
     // The user clicked one of the notifications this notifier showed.
     void clicked();
@@ -51,5 +48,6 @@ signals:
     void replyChosen(const QString& json);
 
 private:
-    static DesktopNotifier* systemNotifier();
+    friend class Seam<DesktopNotifier>;
+    static DesktopNotifier* systemInstance();
 };

@@ -272,7 +272,7 @@ private:
 
 } // namespace
 
-DesktopNotifier* DesktopNotifier::systemNotifier()
+DesktopNotifier* DesktopNotifier::systemInstance()
 {
     // Never destroyed: it must not outlive the bus connection in static teardown.
     static FreedesktopNotifier* notifier = new FreedesktopNotifier();

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "seam.h"
+
 #include <QString>
 
 // Opening a downloaded file with the user's program for its type, and showing it selected in the
 // file manager. Both answer at once; whatever the desktop does next happens on its own time.
-class FileOpener
+class FileOpener : public Seam<FileOpener>
 {
 public:
     virtual ~FileOpener() = default;
@@ -12,11 +14,7 @@ public:
     virtual void openFile(const QString& path) = 0;
     virtual void showInFolder(const QString& path) = 0;
 
-    // The opener in force: a stand-in installed by a test, or the desktop's.
-    static FileOpener* instance();
-    // Not owned. nullptr restores the desktop's opener.
-    static void setInstance(FileOpener* opener);
-
 private:
-    static FileOpener* systemOpener();
+    friend class Seam<FileOpener>;
+    static FileOpener* systemInstance();
 };

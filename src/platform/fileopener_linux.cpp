@@ -59,7 +59,7 @@ public:
 };
 } // namespace
 
-FileOpener* FileOpener::systemOpener()
+FileOpener* FileOpener::systemInstance()
 {
     static FreedesktopFileOpener opener;
     return &opener;

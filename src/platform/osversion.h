@@ -1,10 +1,12 @@
 #pragma once
 
+#include "seam.h"
+
 #include <QString>
 
 // What the operating system says about its own release. The program reports a Windows-style release
 // name to the page and the analytics; systems that aren't one of those releases report none.
-class OsVersionSource
+class OsVersionSource : public Seam<OsVersionSource>
 {
 public:
     // The release codes, with the numbers the toolkit's Windows version query gives them.
@@ -38,11 +40,7 @@ public:
     // `timeoutMs`; whatever was printed by then is returned.
     virtual CommandOutput versionCommand(int timeoutMs) = 0;
 
-    // The source in force: a stand-in installed by a test, or the system's.
-    static OsVersionSource* instance();
-    // Not owned. nullptr restores the system's source.
-    static void setInstance(OsVersionSource* source);
-
 private:
-    static OsVersionSource* systemSource();
+    friend class Seam<OsVersionSource>;
+    static OsVersionSource* systemInstance();
 };

@@ -30,7 +30,7 @@ public:
 
 } // namespace
 
-OsVersionSource* OsVersionSource::systemSource()
+OsVersionSource* OsVersionSource::systemInstance()
 {
     static LinuxOsVersionSource source;
     return &source;

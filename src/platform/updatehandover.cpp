@@ -5,25 +5,6 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 
-namespace {
-UpdateHandOver*& installedHandOver()
-{
-    static UpdateHandOver* handOver = nullptr;
-    return handOver;
-}
-} // namespace
-
-UpdateHandOver* UpdateHandOver::instance()
-{
-    UpdateHandOver* handOver = installedHandOver();
-    return handOver ? handOver : systemHandOver();
-}
-
-void UpdateHandOver::setInstance(UpdateHandOver* handOver)
-{
-    installedHandOver() = handOver;
-}
-
 QString UpdateHandOver::refusal(const QString& installer) const
 {
     return refusal(installer, QCoreApplication::applicationDirPath());

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "seam.h"
+
 #include <QString>
 
 class QObject;
@@ -8,7 +10,7 @@ class QObject;
 // process at once, by force, runs the installer and starts the client again. A Debian package
 // goes to the system's package installer, behind the desktop's privilege prompt, while the client
 // still runs; it is stopped only once the package is in.
-class UpdateHandOver
+class UpdateHandOver : public Seam<UpdateHandOver>
 {
 public:
     virtual ~UpdateHandOver() = default;
@@ -28,11 +30,7 @@ public:
     // The script's file name, beside the executable.
     static QString scriptName();
 
-    // The hand-over in force: a stand-in installed by a test, or the system's.
-    static UpdateHandOver* instance();
-    // Not owned. nullptr restores the system's hand-over.
-    static void setInstance(UpdateHandOver* handOver);
-
 private:
-    static UpdateHandOver* systemHandOver();
+    friend class Seam<UpdateHandOver>;
+    static UpdateHandOver* systemInstance();
 };

@@ -46,7 +46,7 @@ QString UpdateHandOver::scriptName()
     return QStringLiteral("install_update.sh");
 }
 
-UpdateHandOver* UpdateHandOver::systemHandOver()
+UpdateHandOver* UpdateHandOver::systemInstance()
 {
     static LinuxUpdateHandOver handOver;
     return &handOver;

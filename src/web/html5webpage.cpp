@@ -56,6 +56,16 @@ Html5WebPage::Html5WebPage(QObject* parent)
         // A first load that never ends doesn't hold the rest back for long.
         QTimer::singleShot(3000, &completePersistentStorage);
     }
+    setLinkDelegationPolicy(QWebPage::DelegateExternalLinks);
+}
+
+void Html5WebPage::shareNetwork(QNetworkAccessManager* manager, QObject* cacheParent, const QString& module,
+    const QString& tag)
+{
+    DiskCacheSetup::install(manager, cacheParent, module, tag);
+    CookieJar::share(manager);
+    QObject::connect(manager, &QNetworkAccessManager::sslErrors, manager,
+        [module](QNetworkReply* reply, const QList<QSslError>& errors) { SslErrorPolicy::ignoreAll(reply, errors, module); });
 }
 
 QWebPage* Html5WebPage::createWindow(QWebPage::WebWindowType /*type*/)
@@ -64,10 +74,8 @@ QWebPage* Html5WebPage::createWindow(QWebPage::WebWindowType /*type*/)
     auto* view = new QWebView();
     // A plain QWebPage: windows opened from this window follow the engine's own rule.
     auto* page = new QWebPage(view);
-    QNetworkAccessManager* manager = page->networkAccessManager();
-    DiskCacheSetup::install(manager, view, logModule, QStringLiteral("[createWindow]"));
-    CookieJar::share(manager);
-    connect(manager, &QNetworkAccessManager::sslErrors, this, &Html5WebPage::sslErrors);
+    // The count line carries the module of the main page's handler.
+    shareNetwork(page->networkAccessManager(), view, QStringLiteral("indexwindow"), QStringLiteral("[createWindow]"));
 
     if (Logger::isDebugCodeValid()) {
         Logger::Debug(QStringLiteral("main"), QStringLiteral("[main] - show webinspect"));
@@ -80,10 +88,4 @@ QWebPage* Html5WebPage::createWindow(QWebPage::WebWindowType /*type*/)
     view->setPage(page);
     view->show();
     return page;
-}
-
-void Html5WebPage::sslErrors(QNetworkReply* networkReply, QList<QSslError> sslErrorList)
-{
-    // The count line carries the module of the main page's handler.
-    SslErrorPolicy::ignoreAll(networkReply, sslErrorList, QStringLiteral("indexwindow"));
 }

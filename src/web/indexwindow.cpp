@@ -21,10 +21,7 @@
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "web/containerallowedurls.h"
-#include "web/cookiejar.h"
-#include "web/diskcachesetup.h"
 #include "web/html5webpage.h"
-#include "web/sslerrorpolicy.h"
 
 namespace {
 const QString logModule = QStringLiteral("indexwindow");
@@ -48,16 +45,12 @@ IndexWindow::IndexWindow(QWidget* parent)
 
     // The page's web settings and persistent storage are the process's, set up by its first page.
     QNetworkAccessManager* manager = mWebPage->networkAccessManager();
-    DiskCacheSetup::install(manager, this, logModule, QStringLiteral("[constructor] "));
-    CookieJar::share(manager);
-
-    mWebPage->setLinkDelegationPolicy(QWebPage::DelegateExternalLinks);
+    Html5WebPage::shareNetwork(manager, this, logModule, QStringLiteral("[constructor] "));
     webView()->setPage(mWebPage);
 
     connect(mWebPage->mainFrame(), &QWebFrame::javaScriptWindowObjectCleared, this, &IndexWindow::addJSObject);
     connect(mWebPage, &QWebPage::loadStarted, this, &IndexWindow::mainLoadStarted);
     connect(mWebPage, &QWebPage::loadFinished, this, &IndexWindow::mainLoadFinished);
-    connect(manager, &QNetworkAccessManager::sslErrors, this, &IndexWindow::sslErrors);
     connect(manager, &QNetworkAccessManager::finished, this, &IndexWindow::replyFinished);
     connect(webView(), &QGraphicsWebView::linkClicked, this, &IndexWindow::linkClicked);
 
@@ -146,11 +139,6 @@ void IndexWindow::mainLoadFinished(bool ok)
     case LoadedPage::Other:
         break;
     }
-}
-
-void IndexWindow::sslErrors(QNetworkReply* networkReply, QList<QSslError> sslErrorList)
-{
-    SslErrorPolicy::ignoreAll(networkReply, sslErrorList, logModule);
 }
 
 void IndexWindow::replyFinished(QNetworkReply* reply)

@@ -44,7 +44,6 @@ public slots:
     void addJSObject();
     void mainLoadStarted();
     void mainLoadFinished(bool ok);
-    void sslErrors(QNetworkReply* networkReply, QList<QSslError> sslErrorList);
     void replyFinished(QNetworkReply* reply);
     void linkClicked(QUrl url);
     void containerAllowedUrlsLoadComplete(ContainerAllowedUrls* containerAllowedUrls);
