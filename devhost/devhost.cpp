@@ -192,12 +192,22 @@ QString DevHost::eventChannel(const QString& audience)
     return QStringLiteral("events:") + audience;
 }
 
+void DevHost::setDownloadsFolder(const QString& folder)
+{
+    mDownloadsRoot = folder.isEmpty() ? QString() : QDir::cleanPath(QFileInfo(folder).absoluteFilePath());
+}
+
 QString DevHost::siteFile(const QString& path) const
+{
+    return fileUnder(mSiteRoot, path);
+}
+
+QString DevHost::fileUnder(const QString& root, const QString& path)
 {
     if (!path.startsWith(QLatin1Char('/')) || path.contains(QChar(0)) || path.contains(QLatin1Char('\\')))
         return QString();
-    const QString file = QDir::cleanPath(mSiteRoot + path);
-    if (!file.startsWith(mSiteRoot + QLatin1Char('/')))
+    const QString file = QDir::cleanPath(root + path);
+    if (!file.startsWith(root + QLatin1Char('/')))
         return QString();
     return file;
 }
@@ -217,13 +227,17 @@ QByteArray DevHost::contentType(const QString& fileName)
         {QStringLiteral("svg"), "image/svg+xml"},
         {QStringLiteral("wav"), "audio/wav"},
         {QStringLiteral("sh"), "application/x-sh"},
+        {QStringLiteral("deb"), "application/vnd.debian.binary-package"},
     };
     return types.value(QFileInfo(fileName).suffix().toLower(), "application/octet-stream");
 }
 
 HttpServer::Reply DevHost::serveFile(const QString& path, const QHash<QByteArray, QByteArray>& substitutions)
 {
-    const QString fileName = siteFile(path);
+    QString fileName = siteFile(path);
+    const QLatin1String downloads("/downloads/");
+    if (!mDownloadsRoot.isEmpty() && path.startsWith(downloads) && !QFileInfo(fileName).isFile())
+        fileName = fileUnder(mDownloadsRoot, path.mid(downloads.size() - 1));
     if (fileName.isEmpty())
         return textReply(404, "not found\n");
     QFile file(fileName);
@@ -234,6 +248,7 @@ HttpServer::Reply DevHost::serveFile(const QString& path, const QHash<QByteArray
     QByteArray body = file.readAll();
     if (isText(type)) {
         body.replace("@SERVICE_HOST@", mServiceHost.toUtf8());
+        body.replace("@UPDATE_INSTALLER@", mUpdateInstaller.toUtf8());
         for (auto it = substitutions.constBegin(); it != substitutions.constEnd(); ++it)
             body.replace(it.key(), it.value());
     }

@@ -26,10 +26,16 @@ public:
 
     HttpServer::Reply handle(const HttpServer::Request& request);
 
+    // A second folder for /downloads/, for installers the build makes; the site's own files win.
+    void setDownloadsFolder(const QString& folder);
+    // The installer the version document offers, a file name under /downloads/ (@UPDATE_INSTALLER@).
+    void setUpdateInstaller(const QString& fileName) { mUpdateInstaller = fileName; }
+
     // The signed-in user named by the request's session cookie; empty when signed out.
     static QString sessionUser(const HttpServer::Request& request);
     // The file under the site root that the decoded `path` names, or empty when it points outside the root.
     QString siteFile(const QString& path) const;
+    static QString fileUnder(const QString& root, const QString& path);
     static QByteArray contentType(const QString& fileName);
 
     DemoEventQueue& events() { return mEvents; }
@@ -48,6 +54,8 @@ private:
 
     QString mSiteRoot;
     QString mServiceHost;
+    QString mDownloadsRoot;
+    QString mUpdateInstaller = QStringLiteral("kestrelgap-update-demo.sh");
     DemoEventQueue mEvents;
     std::function<void(const QString&)> mPushed;
 };

@@ -37,7 +37,16 @@ int main(int argc, char** argv)
         QStringLiteral("Folder with cert.pem and key.pem for https on the same port (default %1); "
                        "without them only plain http is served.").arg(QStringLiteral(KESTRELGAP_DEVHOST_TLS)),
         QStringLiteral("folder"), QStringLiteral(KESTRELGAP_DEVHOST_TLS));
-    parser.addOptions({listenOption, siteOption, quietOption, tlsOption});
+    QCommandLineOption downloadsOption(QStringLiteral("downloads"),
+        QStringLiteral("Second folder served under /downloads/ (default %1, where the build puts the demo "
+                       "package).").arg(QStringLiteral(KESTRELGAP_DEVHOST_DOWNLOADS)),
+        QStringLiteral("folder"), QStringLiteral(KESTRELGAP_DEVHOST_DOWNLOADS));
+    QCommandLineOption installerOption(QStringLiteral("update-installer"),
+        QStringLiteral("Installer the version document offers, under /downloads/ (default %1; "
+                       "kestrelgap-update-demo.deb for a client installed from the package).")
+            .arg(QStringLiteral("kestrelgap-update-demo.sh")),
+        QStringLiteral("file"), QStringLiteral("kestrelgap-update-demo.sh"));
+    parser.addOptions({listenOption, siteOption, quietOption, tlsOption, downloadsOption, installerOption});
     parser.process(app);
 
     QTextStream err(stderr);
@@ -56,6 +65,8 @@ int main(int argc, char** argv)
     }
 
     DevHost host(site, serviceHost);
+    host.setDownloadsFolder(parser.value(downloadsOption));
+    host.setUpdateInstaller(parser.value(installerOption));
     const bool quiet = parser.isSet(quietOption);
     HttpServer server;
     server.setFallbackHandler([&host, quiet](const HttpServer::Request& request) {
