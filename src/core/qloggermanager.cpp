@@ -33,23 +33,9 @@ bool QLoggerManager::addDestination(const QString& fileDest, const QString& modu
     return true;
 }
 
-bool QLoggerManager::addDestination(const QString& fileDest, const QStringList& modules, LogLevel level)
-{
-    bool allAdded = true;
-    for (const QString& module : modules)
-        allAdded = addDestination(fileDest, module, level) && allAdded;
-    return allAdded;
-}
-
 QLoggerWriter* QLoggerManager::getLogWriter(const QString& module)
 {
     return moduleDest.value(module, nullptr);
-}
-
-void QLoggerManager::closeLogger()
-{
-    exit(0);
-    deleteLater();
 }
 
 void QLog_(const QString& module, LogLevel level, const QString& message)

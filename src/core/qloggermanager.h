@@ -30,9 +30,7 @@ public:
     static bool exists();
 
     bool addDestination(const QString& fileDest, const QString& module, LogLevel level);
-    bool addDestination(const QString& fileDest, const QStringList& modules, LogLevel level);
     QLoggerWriter* getLogWriter(const QString& module);
-    void closeLogger();
 
     QRecursiveMutex mutex;
 

@@ -40,12 +40,3 @@ QGraphicsWebView* Html5ApplicationViewer::webView() const
     return m_d->webView();
 }
 
-void Html5ApplicationViewer::showExpanded()
-{
-    QWidget::show();
-}
-
-void Html5ApplicationViewer::setOrientation(int /*orientation*/)
-{
-    QWidget::setAttribute(static_cast<Qt::WidgetAttribute>(0), true);
-}

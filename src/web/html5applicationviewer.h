@@ -18,9 +18,6 @@ public:
     void loadUrl(const QUrl& url);
     QGraphicsWebView* webView() const;
 
-    void showExpanded();
-    void setOrientation(int orientation);
-
 private:
     Html5ApplicationViewerPrivate* m_d;
 };
