@@ -1,10 +1,5 @@
 #include <QtTest>
 
-#include <QBuffer>
-#include <QDirIterator>
-#include <QImage>
-#include <QResource>
-
 #include "core/properties.h"
 #include "resourceinit.h"
 

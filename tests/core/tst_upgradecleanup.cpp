@@ -1,8 +1,5 @@
 #include <QtTest>
 
-#include <QSettings>
-#include <QStandardPaths>
-
 #include <sys/stat.h>
 
 #include "core/properties.h"

@@ -1,8 +1,10 @@
-// One start of the program's web surfaces: surfaceclient <url> <script> [popup]. Loads the URL in a main
-// view and prints "main <script's result>", the same in a popup with "popup", then quits through the
-// event loop as the program does, so what the surfaces keep is written on the way out.
+// One start of the program's web side, ended as a quit ends it, so what it keeps is written on the way out.
+//   surfaceclient <url> <script> [popup]   the URL in a main view ("main <script's result>"), then a popup
+//   cookieclient <url>                     the URL through a cookie jar alone ("cookie <name>=<value> <expiry>")
 #include <QApplication>
 #include <QGraphicsWebView>
+#include <QNetworkCookie>
+#include <QNetworkReply>
 #include <QSignalSpy>
 #include <QTextStream>
 #include <QTimer>
@@ -10,6 +12,7 @@
 #include <QWebPage>
 
 #include "notifications/notificationwindow.h"
+#include "web/cookiejar.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
 
@@ -28,17 +31,30 @@ int main(int argc, char** argv)
     QCoreApplication::setOrganizationName(QStringLiteral("Kestrelgap"));
     QCoreApplication::setApplicationName(QStringLiteral("Kestrelgap"));
     SimpleCrypt::setUpShared();
-    if (argc < 3)
+    if (argc < 2)
         return 2;
     const QUrl url(QString::fromLocal8Bit(argv[1]));
-    const QString script = QString::fromLocal8Bit(argv[2]);
     QTextStream out(stdout);
+    if (argc == 2) {
+        QNetworkAccessManager manager; // owns the jar, which writes what is pending when it goes
+        auto* jar = new CookieJar();
+        manager.setCookieJar(jar);
+        QScopedPointer<QNetworkReply> reply(manager.get(QNetworkRequest(url)));
+        QSignalSpy finished(reply.data(), &QNetworkReply::finished);
+        finished.wait(30000);
+        for (const QNetworkCookie& cookie : jar->cookiesForUrl(url))
+            out << "cookie " << cookie.name() << '=' << cookie.value() << ' '
+                << (cookie.isSessionCookie() ? QStringLiteral("session")
+                                             : cookie.expirationDate().toUTC().toString(Qt::ISODate))
+                << '\n';
+        return reply->error() == QNetworkReply::NoError ? 0 : 1;
+    }
     auto* main = new IndexWindow();
-    out << "main " << runIn(main->webView(), url, script) << '\n';
+    out << "main " << runIn(main->webView(), url, QString::fromLocal8Bit(argv[2])) << '\n';
     NotificationWindow* popup = nullptr;
     if (argc > 3 && QByteArray(argv[3]) == "popup") {
         popup = new NotificationWindow(nullptr, false);
-        out << "popup " << runIn(popup->webView(), url, script) << '\n';
+        out << "popup " << runIn(popup->webView(), url, QString::fromLocal8Bit(argv[2])) << '\n';
     }
     out.flush();
     QTimer::singleShot(0, &app, &QCoreApplication::quit);

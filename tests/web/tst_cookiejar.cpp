@@ -2,8 +2,6 @@
 
 #include <QGraphicsWebView>
 #include <QNetworkCookie>
-#include <QScopeGuard>
-#include <QSettings>
 #include <QWebFrame>
 #include <QWebPage>
 #include <QWebView>

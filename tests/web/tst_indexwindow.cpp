@@ -3,11 +3,7 @@
 #include <QAction>
 #include <QDesktopServices>
 #include <QGraphicsWebView>
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QMenu>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QWebFrame>
 #include <QWebPage>
 
