@@ -4,6 +4,7 @@
 #include <QNetworkCookie>
 #include <QWebFrame>
 #include <QWebPage>
+#include <QWebView>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -192,7 +193,9 @@ private slots:
         QTRY_COMPARE(frame->evaluateJavaScript("opened.document.body.textContent").toString(), QStringLiteral("page"));
         QCOMPARE(frame->evaluateJavaScript("typeof qtIndexWindow + typeof opened.qtIndexWindow").toString(),
             QStringLiteral("objectundefined"));
-        frame->evaluateJavaScript("opened.close()");
+        // The opened window goes now, and with it the last user of the shared jar, which saves as it goes.
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            delete qobject_cast<QWebView*>(widget);
     }
 
     void badFile_data()
@@ -211,8 +214,6 @@ private slots:
         QTest::newRow("unparsable raw cookie") << storedFile(23, 2, { "garbage", good }) << sid << false;
         QTest::newRow("value not a cyphertext") << storedFile(23, 1, { "sid=plain; path=/; domain=127.0.0.1" })
                                                 << QStringList("sid=") << false;
-        QTest::newRow("expired while not running") << storedFile(23, 2, { storedRaw("old", "x", -1), good }) << sid
-                                                   << false;
         // A list elsewhere in the file whose count asks for tens of gigabytes.
         QTest::newRow("lying count in another entry")
             << whole + "\n[Exceptions]\nblock=@Variant(\\0\\0\\0\\t\\x7f\\xff\\xff\\xf0)\n" << QStringList() << true;
@@ -241,8 +242,7 @@ private slots:
             QVERIFY(jar.setCookiesFromUrl({ makeCookie("fresh", "again", 5) }, siteUrl));
         }
         QTEST(QFile::exists(cookieFile() + ".damaged"), "putAside");
-        const QStringList next = pairsAtNextStart();
-        QVERIFY(next.contains("fresh=again") && !next.contains("old=x"));
+        QVERIFY(pairsAtNextStart().contains("fresh=again"));
         // A damaged cookie file costs the user none of their other settings.
         QCOMPARE(QSettings().value("show-low-bat-alerts").toString(), QStringLiteral("0"));
     }
@@ -290,8 +290,12 @@ private slots:
 
     void savePurgesExpired()
     {
+        // What expired while the program was not running leaves the file at the next save, unasked.
+        writeCookieFile(storedFile(23, 2, { storedRaw("old", "x", -1), storedRaw("sid", "v") }));
+        CookieJar().cookiesForUrl(siteUrl);
+        QVERIFY(readCookieFile().contains("sid=") && !readCookieFile().contains("old="));
+        // And what expires while it runs; only the accept-always rule lets an expired cookie in.
         CookieJar jar;
-        // Only the accept-always rule lets an already expired cookie into the jar.
         jar.setAcceptPolicy(CookieJar::AcceptAlways);
         QVERIFY(jar.setCookiesFromUrl({ makeCookie("live", "1", 5), makeCookie("dead", "2", -1) }, siteUrl));
         QVERIFY(QMetaObject::invokeMethod(&jar, "save"));
@@ -305,10 +309,10 @@ private slots:
         int count = 0;
         QTimer stream;
         connect(&stream, &QTimer::timeout, [&] {
-            jar.setCookiesFromUrl({ makeCookie("n", QByteArray::number(++count), 5) }, siteUrl);
+            jar.setCookiesFromUrl({ makeCookie("stream", QByteArray::number(++count), 5) }, siteUrl);
         });
         stream.start(400);
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(cookieFile()), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(readCookieFile().contains("stream="), 10000);
     }
 };
 
