@@ -26,8 +26,7 @@ QDir logFolder()
 
 } // namespace
 
-class TestLogger : public QObject
-{
+class TestLogger : public QObject {
     Q_OBJECT
 
     QTemporaryDir mWorkingDir;
@@ -78,7 +77,9 @@ private slots:
         QCOMPARE(lines.size(), open ? levels.size() : 0);
         for (int i = 0; i < lines.size(); ++i)
             QVERIFY2(QRegularExpression("^\\[" + stamp + "\\] \\[" + QRegularExpression::escape(levels.at(i)) + "\\] "
-                         + QRegularExpression::escape(message) + '$').match(lines.at(i)).hasMatch(),
+                         + QRegularExpression::escape(message) + '$')
+                         .match(lines.at(i))
+                         .hasMatch(),
                 qPrintable(lines.at(i)));
     }
 
@@ -124,7 +125,8 @@ private slots:
         if (files == 1)
             return;
         const QRegularExpression previous('^' + stamp + " - Previuous log "
-            + QRegularExpression::escape(logFolder().filePath("kg_")) + "\\d\\d_\\d\\d_\\d\\d__\\d\\d_\\d\\d_\\d\\d(_\\d+)?\\.log\n");
+            + QRegularExpression::escape(logFolder().filePath("kg_"))
+            + "\\d\\d_\\d\\d_\\d\\d__\\d\\d_\\d\\d_\\d\\d(_\\d+)?\\.log\n");
         QVERIFY2(previous.match(readLog()).hasMatch(), qPrintable(readLog().left(200)));
         const QFileInfo& rotated = all.at(all.at(0).fileName() == "kg.log" ? 1 : 0);
         QVERIFY(existing == 0 || rotated.size() == existing);

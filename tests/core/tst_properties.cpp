@@ -5,8 +5,7 @@
 
 using StringMap = QMap<QString, QString>;
 
-class TestProperties : public QObject
-{
+class TestProperties : public QObject {
     Q_OBJECT
 private slots:
     void parse_data()
@@ -14,14 +13,15 @@ private slots:
         QTest::addColumn<QByteArray>("content");
         QTest::addColumn<StringMap>("expected");
 
-        QTest::newRow("CR LF, no final line end") << QByteArray("version=2.89\r\nname=x")
-                                                  << StringMap { { "version", "2.89" }, { "name", "x" } };
+        QTest::newRow("CR LF, no final line end")
+            << QByteArray("version=2.89\r\nname=x") << StringMap { { "version", "2.89" }, { "name", "x" } };
         QTest::newRow("value holding =") << QByteArray("url=http://h/p?a=b&c=d\n")
                                          << StringMap { { "url", "http://h/p?a=b&c=d" } };
         QTest::newRow("line without =") << QByteArray("justtext\r\n") << StringMap { { "justtext", "justtext" } };
-        QTest::newRow("empty key and empty lines skipped") << QByteArray("=orphan\r\n\r\nkept=\r\n")
-                                                           << StringMap { { "kept", "" } };
-        QTest::newRow("blanks kept, UTF-8") << QByteArray(" key = Cr\xc3\xa9" "celle\r\n")
+        QTest::newRow("empty key and empty lines skipped")
+            << QByteArray("=orphan\r\n\r\nkept=\r\n") << StringMap { { "kept", "" } };
+        QTest::newRow("blanks kept, UTF-8") << QByteArray(" key = Cr\xc3\xa9"
+                                                          "celle\r\n")
                                             << StringMap { { " key ", QStringLiteral(" Cr\u00e9celle") } };
     }
 
@@ -38,18 +38,17 @@ private slots:
     {
         kestrelgapInitResources();
         QStringList kinds;
-        for (const char* root : { ":/images", ":/sounds" }) {
-            for (QDirIterator it(QLatin1String(root), QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
-                const QString path = it.next();
-                QCOMPARE(QResource(path).compressionAlgorithm(), QResource::NoCompression);
-                QFile file(path);
-                QVERIFY(file.open(QIODevice::ReadOnly));
-                const QByteArray bytes = file.readAll();
-                const bool wave = bytes.startsWith("RIFF") && bytes.mid(8, 8) == "WAVEfmt "
-                    && bytes.mid(20, 2) == QByteArray("\1\0", 2);
-                QVERIFY2(wave || !QImage::fromData(bytes, "PNG").isNull(), qPrintable(path));
-                kinds << (wave ? "sound" : "image");
-            }
+        for (QDirIterator it(":/", QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
+            QFile file(it.next());
+            if (!file.fileName().contains(QRegularExpression("^:/(images|sounds)/")))
+                continue;
+            QCOMPARE(QResource(file.fileName()).compressionAlgorithm(), QResource::NoCompression);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            const QByteArray bytes = file.readAll();
+            const bool wave = bytes.startsWith("RIFF") && bytes.mid(8, 8) == "WAVEfmt "
+                && bytes.mid(20, 2) == QByteArray("\1\0", 2);
+            QVERIFY2(wave || !QImage::fromData(bytes, "PNG").isNull(), qPrintable(file.fileName()));
+            kinds << (wave ? "sound" : "image");
         }
         QVERIFY(kinds.contains("sound") && kinds.contains("image"));
     }

@@ -28,8 +28,7 @@ bool build(const QString& root, const QStringList& entries)
 
 } // namespace
 
-class TestUpgradeCleanup : public QObject
-{
+class TestUpgradeCleanup : public QObject {
     Q_OBJECT
 private slots:
     void cleansUp_data()
@@ -39,8 +38,10 @@ private slots:
         QTest::addColumn<bool>("cacheEmptied");
 
         QTest::newRow("first run") << QString() << "2.89" << true;
-        QTest::newRow("same version") << "2.89" << "2.89" << false;
-        QTest::newRow("2.89 to 2.9") << "2.89" << "2.9" << true;
+        QTest::newRow("same version") << "2.89"
+                                      << "2.89" << false;
+        QTest::newRow("2.89 to 2.9") << "2.89"
+                                     << "2.9" << true;
         QTest::newRow("build's own, unchanged") << Properties::getInstance()->getValue("version") << QString() << false;
     }
 
@@ -53,7 +54,8 @@ private slots:
         const QString app = QStandardPaths::writableLocation(QStandardPaths::DataLocation);
         const QString storage = Properties::getPersistentStorageLocation();
         QVERIFY(QDir(generic).removeRecursively());
-        stored.isNull() ? QSettings().remove("previous_app_version") : QSettings().setValue("previous_app_version", stored);
+        stored.isNull() ? QSettings().remove("previous_app_version")
+                        : QSettings().setValue("previous_app_version", stored);
         // What a long-used cache or old install folder may hold, links out of it included.
         const QStringList clutter = { "index.html", "data8/", "data8/aa/", "data8/aa/0f3c1d", ".hidden", ".prepared/",
             "fifo:pipe", "link:dangling>nowhere", "link:elsewhere>" + QDir::homePath() + "/elsewhere" };
@@ -69,10 +71,11 @@ private slots:
 
         QTEST(!QFileInfo::exists(storage + "/cache"), "cacheEmptied");
         QCOMPARE(QSettings().value("previous_app_version").toString(), current.isNull() ? stored : current);
-        for (const QString& gone : { app + "/cookies.ini", generic + "/Kestrelgap Desktop", storage + "/Kestrelgap Desktop" })
+        for (const QString& gone :
+            { app + "/cookies.ini", generic + "/Kestrelgap Desktop", storage + "/Kestrelgap Desktop" })
             QVERIFY2(!QFileInfo::exists(gone), qPrintable(gone));
-        for (const QString& kept : { storage + "/keep.txt", app + "/c.ini", app + "/kg.log",
-                 QDir::homePath() + "/elsewhere/precious.txt" })
+        for (const QString& kept :
+            { storage + "/keep.txt", app + "/c.ini", app + "/kg.log", QDir::homePath() + "/elsewhere/precious.txt" })
             QVERIFY2(QFileInfo::exists(kept), qPrintable(kept));
     }
 };

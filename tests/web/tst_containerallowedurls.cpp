@@ -22,8 +22,7 @@ HttpServer::Reply jsonReply(const QByteArray& body, int status = 200)
 
 } // namespace
 
-class TestContainerAllowedUrls : public QObject
-{
+class TestContainerAllowedUrls : public QObject {
     Q_OBJECT
 
     HttpServer mServer;
@@ -60,8 +59,8 @@ private slots:
         // The served list: "kestrelgap.test/messages", "http://secure.test".
         QTest::newRow("listed host and path") << "http://kestrelgap.test/messages/42" << false << true;
         QTest::newRow("listed host, other path") << "http://kestrelgap.test/settings" << false << false;
-        QTest::newRow("listed text inside a query") << "https://other.test/?r=kestrelgap.test/messages" << false
-                                                    << true;
+        QTest::newRow("listed text inside a query")
+            << "https://other.test/?r=kestrelgap.test/messages" << false << true;
         QTest::newRow("listed scheme, other scheme") << "https://secure.test/a" << false << false;
     }
 

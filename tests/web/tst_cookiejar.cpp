@@ -32,8 +32,8 @@ QNetworkCookie makeCookie(const QByteArray& name, const QByteArray& value, int e
     QNetworkCookie cookie(name, value);
     cookie.setPath("/");
     if (expiresInDays != 0)
-        cookie.setExpirationDate(QDateTime::fromSecsSinceEpoch(
-            QDateTime::currentSecsSinceEpoch() + expiresInDays * 86400LL, Qt::UTC));
+        cookie.setExpirationDate(
+            QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch() + expiresInDays * 86400LL, Qt::UTC));
     return cookie;
 }
 
@@ -92,8 +92,7 @@ QStringList pairsAtNextStart()
 
 } // namespace
 
-class TestCookieJar : public QObject
-{
+class TestCookieJar : public QObject {
     Q_OBJECT
     HttpServer mServer;
 
@@ -104,8 +103,8 @@ private slots:
         QVERIFY(mServer.listen());
         mServer.serve("/signin", "<p>in</p>", "text/html", 200,
             { { "Set-Cookie", makeCookie("sid", "signed-in", 30).toRawForm() } });
-        mServer.serve("/signout", "<p>out</p>", "text/html", 200,
-            { { "Set-Cookie", makeCookie("sid", "", -1).toRawForm() } });
+        mServer.serve(
+            "/signout", "<p>out</p>", "text/html", 200, { { "Set-Cookie", makeCookie("sid", "", -1).toRawForm() } });
         mServer.serve("/page", "<p>page</p>", "text/html");
     }
 
@@ -151,14 +150,16 @@ private slots:
 
         QTest::newRow("signed in stays signed in, popup too")
             << QStringList({ "/signin|document.cookie", "/page|document.cookie|popup" })
-            << "main sid=signed-in\npopup sid=signed-in\n" << QByteArray("sid=signed-in");
+            << "main sid=signed-in\npopup sid=signed-in\n"
+            << QByteArray("sid=signed-in");
         QTest::newRow("sign-out sticks, popup too")
             << QStringList({ "/signin|document.cookie", "/signout|document.cookie", "/page|document.cookie|popup" })
-            << "main \npopup \n" << QByteArray();
-        QTest::newRow("local storage kept and shared")
-            << QStringList({ "/page|localStorage.setItem('draft','hello')",
-                   "/page|String(localStorage.getItem('draft'))|popup" })
-            << "main hello\npopup hello\n" << QByteArray();
+            << "main \npopup \n"
+            << QByteArray();
+        QTest::newRow("local storage kept and shared") << QStringList(
+            { "/page|localStorage.setItem('draft','hello')", "/page|String(localStorage.getItem('draft'))|popup" })
+                                                       << "main hello\npopup hello\n"
+                                                       << QByteArray();
     }
 
     void restartOfTheSurfaces()
@@ -212,11 +213,12 @@ private slots:
         QTest::newRow("count beyond the content") << storedFile(23, 5, { good }) << sid << false;
         QTest::newRow("huge count, no content") << storedFile(23, 0x7fffffff, {}) << QStringList() << false;
         QTest::newRow("unparsable raw cookie") << storedFile(23, 2, { "garbage", good }) << sid << false;
-        QTest::newRow("value not a cyphertext") << storedFile(23, 1, { "sid=plain; path=/; domain=127.0.0.1" })
-                                                << QStringList("sid=") << false;
+        QTest::newRow("value not a cyphertext")
+            << storedFile(23, 1, { "sid=plain; path=/; domain=127.0.0.1" }) << QStringList("sid=") << false;
         // A list elsewhere in the file whose count asks for tens of gigabytes.
         QTest::newRow("lying count in another entry")
-            << whole + "\n[Exceptions]\nblock=@Variant(\\0\\0\\0\\t\\x7f\\xff\\xff\\xf0)\n" << QStringList() << true;
+            << whole + "\n[Exceptions]\nblock=@Variant(\\0\\0\\0\\t\\x7f\\xff\\xff\\xf0)\n"
+            << QStringList() << true;
     }
 
     void badFile()
@@ -233,7 +235,8 @@ private slots:
             QFile status("/proc/self/statm");
             QVERIFY(status.open(QIODevice::ReadOnly));
             rlimit tight = previous;
-            tight.rlim_cur = status.readAll().split(' ').value(0).toULongLong() * ::sysconf(_SC_PAGESIZE) + (3ULL << 30);
+            tight.rlim_cur
+                = status.readAll().split(' ').value(0).toULongLong() * ::sysconf(_SC_PAGESIZE) + (3ULL << 30);
             QVERIFY(::setrlimit(RLIMIT_AS, &tight) == 0);
 #endif
             CookieJar jar;
@@ -260,8 +263,8 @@ private slots:
         QTest::newRow("time limit") << digest + "//KeepUntilTimeLimit" << true << 90 << both;
         QTest::newRow("never") << digest + "/AcceptNever/" << false << 0 << QStringList("sid=v");
         // save() writes the policies there, but a changed policy must not outlive the run.
-        QTest::newRow("group written by save is not read") << "cookies/AcceptNever/KeepUntilExit" << true << 200
-                                                           << both;
+        QTest::newRow("group written by save is not read")
+            << "cookies/AcceptNever/KeepUntilExit" << true << 200 << both;
         QTest::newRow("keep until exit") << digest + "//KeepUntilExit" << true << 200 << QStringList();
     }
 
@@ -308,9 +311,8 @@ private slots:
         CookieJar jar;
         int count = 0;
         QTimer stream;
-        connect(&stream, &QTimer::timeout, [&] {
-            jar.setCookiesFromUrl({ makeCookie("stream", QByteArray::number(++count), 5) }, siteUrl);
-        });
+        connect(&stream, &QTimer::timeout,
+            [&] { jar.setCookiesFromUrl({ makeCookie("stream", QByteArray::number(++count), 5) }, siteUrl); });
         stream.start(400);
         QTRY_VERIFY_WITH_TIMEOUT(readCookieFile().contains("stream="), 10000);
     }

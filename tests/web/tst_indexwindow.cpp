@@ -19,16 +19,19 @@ namespace {
 const QString listPath = QStringLiteral("/prod-assets/desktop-client/friendlyurls.json");
 
 // The page calls these by name; a renamed slot breaks the web app silently.
-const char* const pageSlots = "addJSObject mainLoadStarted mainLoadFinished linkClicked showMainWindow showWindow "
-    "refreshWindow focusResponseField isMainWindowFocused updateClientLoginStateForMenuItems setDockIconUnreadcount "
-    "log logInfo logError setSetting getSetting removeSetting setDefaultDownloadLocationSetting "
-    "getDefaultDownloadLocationSetting getApplicationProperty setNativeNotificationSetting "
-    "getNativeNotificationSetting setNotificationSoundSetting getNotificationSoundSetting setNotificationSoundEnabled "
-    "isNotificationSoundEnabled logKissMetricsEvent logGoogleAnalyticsEvent logAnalyticsEvent composeNewActionClicked "
-    "signoutActionClicked settingsActionClicked launchLivePhoneView launchPhoneDialer launchQuickReply "
-    "showBatteryStatus showNotification closeAllNotificationWindows closeNotificationWindow setJsonForWindows "
-    "processJson isNotificationSoundEnabledForThisOSVersion playNotificationSound downloadFile mediaDownloadComplete "
-    "showInFolder opendDownloadedFile changeLanguageCode";
+const char* const pageSlots
+    = "addJSObject mainLoadStarted mainLoadFinished linkClicked showMainWindow showWindow "
+      "refreshWindow focusResponseField isMainWindowFocused updateClientLoginStateForMenuItems setDockIconUnreadcount "
+      "log logInfo logError setSetting getSetting removeSetting setDefaultDownloadLocationSetting "
+      "getDefaultDownloadLocationSetting getApplicationProperty setNativeNotificationSetting "
+      "getNativeNotificationSetting setNotificationSoundSetting getNotificationSoundSetting "
+      "setNotificationSoundEnabled "
+      "isNotificationSoundEnabled logKissMetricsEvent logGoogleAnalyticsEvent logAnalyticsEvent "
+      "composeNewActionClicked "
+      "signoutActionClicked settingsActionClicked launchLivePhoneView launchPhoneDialer launchQuickReply "
+      "showBatteryStatus showNotification closeAllNotificationWindows closeNotificationWindow setJsonForWindows "
+      "processJson isNotificationSoundEnabledForThisOSVersion playNotificationSound downloadFile mediaDownloadComplete "
+      "showInFolder opendDownloadedFile changeLanguageCode";
 
 QString ga(const QString& name, const QString& label = QStringLiteral("pc"))
 {
@@ -40,25 +43,14 @@ QString km(const QString& name)
     return QStringLiteral("_kmq [\"record\",\"%1\",{\"os\":\"pc\"}]").arg(name);
 }
 
-// Stands in for the user's browser.
-class BrowserStandIn : public QObject
-{
-    Q_OBJECT
-public:
-    QList<QUrl> opened;
-public slots:
-    void openUrl(const QUrl& url) { opened.append(url); }
-};
-
 } // namespace
 
-class TestIndexWindow : public QObject
-{
+class TestIndexWindow : public QObject {
     Q_OBJECT
 
     GuiFixture mGui;
     HttpServer mServer;
-    BrowserStandIn mBrowser;
+    QList<QUrl> mOpenedInBrowser;
 
     // Runs the code in the page as the web app would; answers "ok:<type>:<value>" or "error".
     QString callFromPage(const QString& code)
@@ -76,13 +68,17 @@ class TestIndexWindow : public QObject
         return nullptr;
     }
 
+public slots:
+    void openInBrowser(const QUrl& url) { mOpenedInBrowser << url; } // stands in for the user's browser
+
 private slots:
     void initTestCase()
     {
-        QDesktopServices::setUrlHandler("http", &mBrowser, "openUrl");
+        QDesktopServices::setUrlHandler("http", this, "openInBrowser");
         QVERIFY(mServer.listen());
         mServer.serve("/friendly/page", "<html><body><p>landed</p></body></html>", "text/html");
-        mServer.serve(listPath, R"({"urls":[{"url":"127.0.0.1:)" + QByteArray::number(mServer.port()) + R"(/friendly"}]})",
+        mServer.serve(listPath,
+            R"({"urls":[{"url":"127.0.0.1:)" + QByteArray::number(mServer.port()) + R"(/friendly"}]})",
             "application/json");
         ContainerAllowedUrls::setDocumentUrlForTests(mServer.url(listPath));
         GuiFixture::Options options;
@@ -95,7 +91,7 @@ private slots:
         QSettings().remove("pref-debug-enabled");
         QSettings().remove("pref-debug-enabled-code");
         QVERIFY(mGui.load(GuiFixture::recorderUrl()));
-        mBrowser.opened.clear();
+        mOpenedInBrowser.clear();
         mGui.mainWindow()->hide();
     }
 
@@ -119,46 +115,51 @@ private slots:
 
         const QString none = QStringLiteral("ok:undefined:undefined");
         const QString page = QStringLiteral("qtIndexWindow.");
+        const auto set = [&page](const QString& key, const QString& value) {
+            return page + "setSetting('" + key + "', '" + value + "'), ";
+        };
         QTest::newRow("percent markers stay") << page + "logGoogleAnalyticsEvent('100%-%2-%1', 'k-icon')" << none
                                               << QStringList(ga("100%-%2-%1", "k-icon"));
         QTest::newRow("both, label to Google only") << page + "logAnalyticsEvent('set-lang', 'clicked')" << none
                                                     << QStringList({ ga("set-lang", "clicked"), km("set-lang") });
         // Nothing is escaped: the quote breaks the script and the event is lost, quietly.
-        QTest::newRow("quote in the name is lost") << page + "logGoogleAnalyticsEvent(\"it's\")" << none
-                                                   << QStringList();
-        QTest::newRow("kiss event with a null object") << page + "logKissMetricsEvent('e', null)" << none
-                                                       << QStringList(km("e"));
+        QTest::newRow("quote in the name is lost")
+            << page + "logGoogleAnalyticsEvent(\"it's\")" << none << QStringList();
+        QTest::newRow("kiss event with a null object")
+            << page + "logKissMetricsEvent('e', null)" << none << QStringList(km("e"));
         // An empty value reads as absent; "0" is a value.
-        QTest::newRow("setting empty") << page + "setSetting('own', ''), " + page + "getSetting('own', 'f')"
+        QTest::newRow("setting empty") << set("own", "") + page + "getSetting('own', 'f')"
                                        << "ok:string:f" << QStringList();
-        QTest::newRow("setting zero") << page + "setSetting('own', '0'), " + page + "getSetting('own', 'f')"
+        QTest::newRow("setting zero") << set("own", "0") + page + "getSetting('own', 'f')"
                                       << "ok:string:0" << QStringList();
         // Only "1" is on; a fresh store is given "0", anything else stays as it is.
         const QString sound
             = page + "isNotificationSoundEnabled(), " + page + "getSetting('play-notification-sound', '-')]";
         QTest::newRow("sound, fresh") << "[" + sound << "ok:object:false,0" << QStringList();
-        QTest::newRow("sound, true is not on") << "[" + page + "setNotificationSoundEnabled('true'), " + sound
-                                               << "ok:object:,false,true" << QStringList();
+        QTest::newRow("sound, true is not on")
+            << "[" + page + "setNotificationSoundEnabled('true'), " + sound << "ok:object:,false,true" << QStringList();
         QTest::newRow("sound, on") << "[" + page + "setNotificationSoundEnabled('1'), " + sound << "ok:object:,true,1"
                                    << QStringList();
         // Signing in tells the page what the user has switched on.
         const QString signIn = page + "updateClientLoginStateForMenuItems(true)";
         const QString inspect = QStringLiteral("native-app-session-with-inspect-element-on-qt");
-        QTest::newRow("sign-out, logging and code") << page + "setSetting('pref-debug-enabled', '1'), " + page
-                + "setSetting('pref-debug-enabled-code', 'KVTR-MOL'), " + page + "updateClientLoginStateForMenuItems(false)"
+        QTest::newRow("sign-out, logging and code") << set("pref-debug-enabled", "1")
+                + set("pref-debug-enabled-code", "KVTR-MOL") + page + "updateClientLoginStateForMenuItems(false)"
                                                     << none << QStringList();
-        QTest::newRow("sign-in while logging") << page + "setSetting('pref-debug-enabled', '1'), " + signIn << none
-                                               << QStringList("informUserThatLoggingIsOnHelper");
-        QTest::newRow("sign-in with the debug code") << page + "setSetting('pref-debug-enabled-code', 'KVTR-MOL'), "
-                + signIn << none << QStringList({ ga(inspect), km(inspect) });
+        QTest::newRow("sign-in while logging")
+            << set("pref-debug-enabled", "1") + signIn << none << QStringList("informUserThatLoggingIsOnHelper");
+        QTest::newRow("sign-in with the debug code")
+            << set("pref-debug-enabled-code", "KVTR-MOL") + signIn << none << QStringList({ ga(inspect), km(inspect) });
         // Menu choices go to the page; the main window's own menu reports the choice first.
         const QString compose = QStringLiteral("nativeAppWindowComposeSingleMessageHelper");
         QTest::newRow("compose") << page + "composeNewActionClicked()" << none << QStringList(compose);
         QTest::newRow("sign out") << page + "signoutActionClicked()" << none
                                   << QStringList({ "userClickedSignOutHelper", "(main window shown)" });
         QTest::newRow("dialer") << page + "launchPhoneDialer()" << none
-                                << QStringList("openPhoneLiveViewInNativeAppWindow {\"type\":\"dialer_view_standalone\"}");
-        QTest::newRow("main menu compose") << QString() << QString()
+                                << QStringList(
+                                       "openPhoneLiveViewInNativeAppWindow {\"type\":\"dialer_view_standalone\"}");
+        QTest::newRow("main menu compose")
+            << QString() << QString()
             << QStringList({ ga("compose-new-from-kg-menu-qt"), km("compose-new-from-kg-menu-qt"), compose });
     }
 
@@ -193,11 +194,11 @@ private slots:
         QWebFrame* frame = window->webView()->page()->mainFrame();
         // Not listed: to the user's browser, never fetched here.
         frame->evaluateJavaScript(QString("activateLink('%1')").arg(mServer.url("/land").toString()));
-        QTRY_COMPARE(mBrowser.opened, QList<QUrl> { mServer.url("/land") });
+        QTRY_COMPARE(mOpenedInBrowser, QList<QUrl> { mServer.url("/land") });
         QCOMPARE(mServer.requestsFor("/land").size(), 0);
         frame->evaluateJavaScript(QString("activateLink('%1')").arg(mServer.url("/friendly/page").toString()));
         QTRY_COMPARE(frame->toPlainText(), QStringLiteral("landed"));
-        QCOMPARE(mBrowser.opened.size(), 1);
+        QCOMPARE(mOpenedInBrowser.size(), 1);
     }
 
     void classifyLoadedUrl_data()

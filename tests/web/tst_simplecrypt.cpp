@@ -9,8 +9,7 @@ namespace {
 const quint64 testKey = Q_UINT64_C(0x0F1E2D3C4B5A6978);
 }
 
-class TestSimpleCrypt : public QObject
-{
+class TestSimpleCrypt : public QObject {
     Q_OBJECT
 private slots:
     void knownForms_data()
@@ -25,8 +24,8 @@ private slots:
         QTest::newRow("checksum") << "hello" << int(SimpleCrypt::CompressionNever)
                                   << int(SimpleCrypt::ProtectionChecksum) << 0x01 << QByteArray("03027924c3e0b9f88aea");
         // block 33 | SHA-1 of the compressed payload | 00000040 78da4b4ca40c0000148d1841
-        QTest::newRow("hash, compressible") << QString(64, 'a') << int(SimpleCrypt::CompressionAuto)
-            << int(SimpleCrypt::ProtectionHash) << 0x33
+        QTest::newRow("hash, compressible")
+            << QString(64, 'a') << int(SimpleCrypt::CompressionAuto) << int(SimpleCrypt::ProtectionHash) << 0x33
             << QByteArray("03054b00f61915ac1e6ea0a05fb763d92284380509ba99b4aaa59d8c0c0c7cf5e7e890ed3a6914");
     }
 
@@ -83,8 +82,8 @@ private slots:
 
         const QByteArray run(1 << 20, 'a'); // deflate's best case, about 1000 to 1
         QTest::newRow("densest real stream") << qCompress(run, 9) << run;
-        QTest::newRow("2 GiB announced by a few bytes") << QByteArray::fromHex("7ffffff0789c030000000001")
-                                                        << QByteArray();
+        QTest::newRow("2 GiB announced by a few bytes")
+            << QByteArray::fromHex("7ffffff0789c030000000001") << QByteArray();
     }
 
     void compressedSizeClaim()
