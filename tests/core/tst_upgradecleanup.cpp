@@ -1,32 +1,16 @@
 #include <QtTest>
 
-#include <sys/stat.h>
-
 #include "core/properties.h"
 #include "core/upgradecleanup.h"
 
-namespace {
-
-// "name/" a folder, "fifo:name" a named pipe, "link:name>target" a symbolic link, else a small file.
-bool build(const QString& root, const QStringList& entries)
-{
-    bool ok = QDir().mkpath(root);
-    for (const QString& entry : entries) {
-        const QString path = root + '/' + entry.section(':', -1).section('>', 0, 0);
-        QFile file(path);
-        if (entry.endsWith('/'))
-            ok = ok && QDir().mkpath(path);
-        else if (entry.startsWith("fifo:"))
-            ok = ok && ::mkfifo(QFile::encodeName(path).constData(), 0600) == 0;
-        else if (entry.startsWith("link:"))
-            ok = ok && QFile::link(entry.section('>', 1), path);
-        else
-            ok = ok && file.open(QIODevice::WriteOnly) && file.write("kestrelgap") == 10;
-    }
-    return ok;
-}
-
-} // namespace
+// A long-used data folder: a cache and old install folders holding what such folders may hold (hidden
+// entries, a named pipe, links out of them), beside the program's own files and a neighbour's.
+static const char builder[] = R"(set -e
+clutter() { mkdir -p "$1/data8/aa" "$1/.prepared"; touch "$1/index.html" "$1/data8/aa/0f3c1d" "$1/.hidden"
+            mkfifo "$1/pipe"; ln -s nowhere "$1/dangling"; ln -s "$HOME/elsewhere" "$1/elsewhere"; }
+rm -rf "$1"; mkdir -p "$HOME/elsewhere" "$2" "$3"
+touch "$HOME/elsewhere/precious.txt" "$3/keep.txt" "$2/c.ini" "$2/kg.log" "$2/cookies.ini"
+clutter "$3/cache"; clutter "$1/Kestrelgap Desktop"; clutter "$3/Kestrelgap Desktop")";
 
 class TestUpgradeCleanup : public QObject {
     Q_OBJECT
@@ -49,22 +33,12 @@ private slots:
     {
         QFETCH(QString, stored);
         QFETCH(QString, current);
-
         const QString generic = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
         const QString app = QStandardPaths::writableLocation(QStandardPaths::DataLocation);
         const QString storage = Properties::getPersistentStorageLocation();
-        QVERIFY(QDir(generic).removeRecursively());
+        QCOMPARE(QProcess::execute("sh", { "-c", builder, "sh", generic, app, storage }), 0);
         stored.isNull() ? QSettings().remove("previous_app_version")
                         : QSettings().setValue("previous_app_version", stored);
-        // What a long-used cache or old install folder may hold, links out of it included.
-        const QStringList clutter = { "index.html", "data8/", "data8/aa/", "data8/aa/0f3c1d", ".hidden", ".prepared/",
-            "fifo:pipe", "link:dangling>nowhere", "link:elsewhere>" + QDir::homePath() + "/elsewhere" };
-        QVERIFY(build(QDir::homePath() + "/elsewhere", { "precious.txt" }));
-        QVERIFY(build(storage + "/cache", clutter));
-        QVERIFY(build(storage, { "keep.txt" }));
-        QVERIFY(build(app, { "c.ini", "kg.log", "cookies.ini" }));
-        QVERIFY(build(generic + "/Kestrelgap Desktop", clutter));
-        QVERIFY(build(storage + "/Kestrelgap Desktop", clutter));
 
         current.isNull() ? doUpgradeCleanup() : doUpgradeCleanup(current);
         docleanup();

@@ -1,6 +1,6 @@
 // One start of the program's web side, ended as a quit ends it, so what it keeps is written on the way out.
 //   surfaceclient <url> <script> [popup]   the URL in a main view ("main <script's result>"), then a popup
-//   cookieclient <url>                     the URL through a cookie jar alone ("cookie <name>=<value> <expiry>")
+//   cookieclient <url>                     the URL through a cookie jar alone ("cookie <name>=<value>")
 #include <QApplication>
 #include <QGraphicsWebView>
 #include <QNetworkCookie>
@@ -43,10 +43,7 @@ int main(int argc, char** argv)
         QSignalSpy finished(reply.data(), &QNetworkReply::finished);
         finished.wait(30000);
         for (const QNetworkCookie& cookie : jar->cookiesForUrl(url))
-            out << "cookie " << cookie.name() << '=' << cookie.value() << ' '
-                << (cookie.isSessionCookie() ? QStringLiteral("session")
-                                             : cookie.expirationDate().toUTC().toString(Qt::ISODate))
-                << '\n';
+            out << "cookie " << cookie.name() << '=' << cookie.value() << '\n';
         return reply->error() == QNetworkReply::NoError ? 0 : 1;
     }
     auto* main = new IndexWindow();
