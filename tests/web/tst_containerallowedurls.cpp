@@ -119,8 +119,6 @@ private slots:
         // Whatever came back, the built-in entries stay in force.
         QVERIFY(list.isUrlAllowed(QUrl("https://" + ServiceHost::signInHost() + "/ServiceLogin")));
     }
-
-    void cleanupTestCase() { ContainerAllowedUrls::setDocumentUrlForTests(QUrl()); }
 };
 
 QTEST_GUILESS_MAIN(TestContainerAllowedUrls)

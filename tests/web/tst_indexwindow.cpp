@@ -95,12 +95,6 @@ private slots:
         mGui.mainWindow()->hide();
     }
 
-    void cleanupTestCase()
-    {
-        QDesktopServices::unsetUrlHandler("http");
-        ContainerAllowedUrls::setDocumentUrlForTests(QUrl());
-    }
-
     void publishedSurface()
     {
         for (const QString& name : QString(pageSlots).split(' '))
