@@ -7,11 +7,7 @@ namespace {
 const qint64 rotationSize = 1048576;
 const QString stamp = QStringLiteral("\\d\\d-\\d\\d-\\d{4} \\d\\d:\\d\\d:\\d\\d\\.\\d{3}");
 
-QStringList debugOutput;
-void recordDebugOutput(QtMsgType, const QMessageLogContext&, const QString& text)
-{
-    debugOutput.append(text);
-}
+QStringList debugOutput; // what went to stderr
 
 QString readLog()
 {
@@ -36,7 +32,7 @@ private slots:
     {
         // The writer makes a "logs" folder in the working directory; keep it out of the build tree.
         QVERIFY(QDir::setCurrent(mWorkingDir.path()));
-        qInstallMessageHandler(recordDebugOutput);
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) { debugOutput << text; });
     }
 
     void init()
