@@ -1,147 +1,58 @@
 #include <QtTest>
 
-#include <QSettings>
-#include <QStandardPaths>
-
-#include <sys/stat.h>
-
 #include "core/properties.h"
 #include "core/upgradecleanup.h"
 
-namespace {
-
-const QString versionKey = QStringLiteral("previous_app_version");
-
-// "name/" a folder, "fifo:name" a named pipe, "link:name>target" a symbolic link, else a small file.
-bool build(const QString& root, const QStringList& entries)
-{
-    bool ok = QDir().mkpath(root);
-    for (const QString& entry : entries) {
-        const QString path
-            = root + QLatin1Char('/') + entry.section(QLatin1Char(':'), -1).section(QLatin1Char('>'), 0, 0);
-        QFile file(path);
-        if (entry.endsWith(QLatin1Char('/')))
-            ok = ok && QDir().mkpath(path);
-        else if (entry.startsWith(QLatin1String("fifo:")))
-            ok = ok && ::mkfifo(QFile::encodeName(path).constData(), 0600) == 0;
-        else if (entry.startsWith(QLatin1String("link:")))
-            ok = ok && QFile::link(entry.section(QLatin1Char('>'), 1), path);
-        else
-            ok = ok && file.open(QIODevice::WriteOnly) && file.write("kestrelgap") == 10;
-    }
-    return ok;
-}
-
-QString genericData()
-{
-    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-}
-
-QString appData()
-{
-    return QStandardPaths::writableLocation(QStandardPaths::DataLocation);
-}
-
-QString cacheFolder()
-{
-    return Properties::getPersistentStorageLocation() + QStringLiteral("/cache");
-}
-
-// What a long-used cache or old install folder may hold, a link out of it included.
-QStringList clutter()
-{
-    return { "index.html", "data8/", "data8/aa/", "data8/aa/0f3c1d", ".hidden", ".prepared/", "fifo:pipe",
-        "link:dangling>nowhere", "link:elsewhere>" + QDir::homePath() + "/elsewhere" };
-}
-
-} // namespace
+// A long-used data folder: a cache and old install folders holding what such folders may hold (hidden
+// entries, a named pipe, links out of them), beside the program's own files and a neighbour's.
+static const char builder[] = R"(set -e
+clutter() { mkdir -p "$1/data8/aa" "$1/.prepared"; touch "$1/index.html" "$1/data8/aa/0f3c1d" "$1/.hidden"
+            mkfifo "$1/pipe"; ln -s nowhere "$1/dangling"; ln -s "$HOME/elsewhere" "$1/elsewhere"; }
+rm -rf "$1"; mkdir -p "$HOME/elsewhere" "$2" "$3"
+touch "$HOME/elsewhere/precious.txt" "$3/keep.txt" "$2/c.ini" "$2/kg.log" "$2/cookies.ini"
+clutter "$3/cache"; clutter "$1/Kestrelgap Desktop"; clutter "$3/Kestrelgap Desktop")";
 
 class TestUpgradeCleanup : public QObject {
     Q_OBJECT
 private slots:
-    void init();
-    void removeDir();
-    void upgradeCleanup_data();
-    void upgradeCleanup();
-    void oldLeftovers();
+    void cleansUp_data()
+    {
+        QTest::addColumn<QString>("stored"); // null: never stored
+        QTest::addColumn<QString>("current"); // null: the build's own version
+        QTest::addColumn<bool>("cacheEmptied");
+
+        QTest::newRow("first run") << QString() << "2.89" << true;
+        QTest::newRow("same version") << "2.89"
+                                      << "2.89" << false;
+        QTest::newRow("2.89 to 2.9") << "2.89"
+                                     << "2.9" << true;
+        QTest::newRow("build's own, unchanged") << Properties::getInstance()->getValue("version") << QString() << false;
+    }
+
+    void cleansUp()
+    {
+        QFETCH(QString, stored);
+        QFETCH(QString, current);
+        const QString generic = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+        const QString app = QStandardPaths::writableLocation(QStandardPaths::DataLocation);
+        const QString storage = Properties::getPersistentStorageLocation();
+        QCOMPARE(QProcess::execute("sh", { "-c", builder, "sh", generic, app, storage }), 0);
+        stored.isNull() ? QSettings().remove("previous_app_version")
+                        : QSettings().setValue("previous_app_version", stored);
+
+        current.isNull() ? doUpgradeCleanup() : doUpgradeCleanup(current);
+        docleanup();
+
+        QTEST(!QFileInfo::exists(storage + "/cache"), "cacheEmptied");
+        QCOMPARE(QSettings().value("previous_app_version").toString(), current.isNull() ? stored : current);
+        for (const QString& gone :
+            { app + "/cookies.ini", generic + "/Kestrelgap Desktop", storage + "/Kestrelgap Desktop" })
+            QVERIFY2(!QFileInfo::exists(gone), qPrintable(gone));
+        for (const QString& kept :
+            { storage + "/keep.txt", app + "/c.ini", app + "/kg.log", QDir::homePath() + "/elsewhere/precious.txt" })
+            QVERIFY2(QFileInfo::exists(kept), qPrintable(kept));
+    }
 };
-
-void TestUpgradeCleanup::init()
-{
-    QSettings().remove(versionKey);
-    QVERIFY(QDir(genericData()).removeRecursively());
-    // A neighbour that a link inside may point at; it isn't ours to empty.
-    QVERIFY(build(QDir::homePath() + "/elsewhere", { "precious.txt" }));
-}
-
-void TestUpgradeCleanup::removeDir()
-{
-    const QString target = QDir::homePath() + "/doomed";
-    QVERIFY(::removeDir(target));
-    QVERIFY(build(target, clutter()));
-    QVERIFY(::removeDir(target));
-    QVERIFY(!QFileInfo::exists(target));
-    QVERIFY(QFileInfo::exists(QDir::homePath() + "/elsewhere/precious.txt"));
-}
-
-void TestUpgradeCleanup::upgradeCleanup_data()
-{
-    QTest::addColumn<QString>("stored"); // null: never stored
-    QTest::addColumn<QString>("current"); // null: the build's own version
-    QTest::addColumn<bool>("cachePresent");
-    QTest::addColumn<bool>("cacheEmptied");
-
-    QTest::newRow("first run") << QString() << "2.89" << true << true;
-    QTest::newRow("first run, no cache yet") << QString() << "2.89" << false << true;
-    QTest::newRow("same version") << "2.89" << "2.89" << true << false;
-    QTest::newRow("2.89 to 2.9") << "2.89" << "2.9" << true << true;
-    QTest::newRow("same number, other text") << "2.9" << "2.90" << true << true;
-    QTest::newRow("build's own, unchanged")
-        << Properties::getInstance()->getValue("version") << QString() << true << false;
-}
-
-void TestUpgradeCleanup::upgradeCleanup()
-{
-    QFETCH(QString, stored);
-    QFETCH(QString, current);
-    QFETCH(bool, cachePresent);
-    QFETCH(bool, cacheEmptied);
-
-    if (!stored.isNull())
-        QSettings().setValue(versionKey, stored);
-    if (cachePresent)
-        QVERIFY(build(cacheFolder(), clutter()));
-    QVERIFY(build(Properties::getPersistentStorageLocation(), { "keep.txt" }));
-
-    current.isNull() ? doUpgradeCleanup() : doUpgradeCleanup(current);
-
-    QCOMPARE(QFileInfo::exists(cacheFolder()), cachePresent && !cacheEmptied);
-    QVERIFY(QFileInfo::exists(Properties::getPersistentStorageLocation() + "/keep.txt"));
-    QVERIFY(QFileInfo::exists(QDir::homePath() + "/elsewhere/precious.txt"));
-    QCOMPARE(QSettings().value(versionKey).toString(), current.isNull() ? stored : current);
-}
-
-void TestUpgradeCleanup::oldLeftovers()
-{
-    const QString storage = Properties::getPersistentStorageLocation();
-    const QString firstForm = genericData() + "/Kestrelgap Desktop";
-    const QString secondForm = storage + "/Kestrelgap Desktop";
-    // Nothing to clean must not fail.
-    docleanup();
-
-    QVERIFY(build(storage, { "cache/", "cache/entry" }));
-    QVERIFY(build(appData(), { "c.ini", "kg.log", "cookies.ini" }));
-    QVERIFY(build(firstForm, clutter()));
-    QVERIFY(build(secondForm, clutter()));
-    docleanup();
-
-    QVERIFY(!QFileInfo::exists(appData() + "/cookies.ini"));
-    QVERIFY(!QFileInfo::exists(firstForm));
-    QVERIFY(!QFileInfo::exists(secondForm));
-    // What the running program keeps: its cache, the cookie store and the log.
-    for (const QString& kept : { storage + "/cache/entry", appData() + "/c.ini", appData() + "/kg.log" })
-        QVERIFY2(QFileInfo::exists(kept), qPrintable(kept));
-}
 
 QTEST_MAIN(TestUpgradeCleanup)
 #include "tst_upgradecleanup.moc"

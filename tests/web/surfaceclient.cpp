@@ -1,12 +1,10 @@
-// Test helper: one run of the program's web surfaces. Loads the URL in a main view (IndexWindow),
-// runs the script there and prints "main <result>"; with a third argument "popup", loads the URL in
-// a popup (NotificationWindow) too, runs the script there and prints "popup <result>". Then quits
-// through the event loop as the program does, so whatever the surfaces keep is written on the way
-// out. Run several times, it shows what survives a restart.
-//
-// Usage: surfaceclient <url> <script> [popup]
+// One start of the program's web side, ended as a quit ends it, so what it keeps is written on the way out.
+//   surfaceclient <url> <script> [popup]   the URL in a main view ("main <script's result>"), then a popup
+//   cookieclient <url>                     the URL through a cookie jar alone ("cookie <name>=<value>")
 #include <QApplication>
 #include <QGraphicsWebView>
+#include <QNetworkCookie>
+#include <QNetworkReply>
 #include <QSignalSpy>
 #include <QTextStream>
 #include <QTimer>
@@ -14,12 +12,11 @@
 #include <QWebPage>
 
 #include "notifications/notificationwindow.h"
+#include "web/cookiejar.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
 
-namespace {
-
-QString runIn(QGraphicsWebView* view, const QUrl& url, const QString& script)
+static QString runIn(QGraphicsWebView* view, const QUrl& url, const QString& script)
 {
     QSignalSpy loaded(view->page(), &QWebPage::loadFinished);
     view->page()->mainFrame()->load(url);
@@ -28,31 +25,35 @@ QString runIn(QGraphicsWebView* view, const QUrl& url, const QString& script)
     return view->page()->mainFrame()->evaluateJavaScript(script).toString();
 }
 
-} // namespace
-
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("Kestrelgap"));
     QCoreApplication::setApplicationName(QStringLiteral("Kestrelgap"));
     SimpleCrypt::setUpShared();
-    QTextStream out(stdout);
-    if (argc < 3) {
-        out << "usage: surfaceclient <url> <script> [popup]\n";
+    if (argc < 2)
         return 2;
-    }
     const QUrl url(QString::fromLocal8Bit(argv[1]));
-    const QString script = QString::fromLocal8Bit(argv[2]);
-
+    QTextStream out(stdout);
+    if (argc == 2) {
+        QNetworkAccessManager manager; // owns the jar, which writes what is pending when it goes
+        auto* jar = new CookieJar();
+        manager.setCookieJar(jar);
+        QScopedPointer<QNetworkReply> reply(manager.get(QNetworkRequest(url)));
+        QSignalSpy finished(reply.data(), &QNetworkReply::finished);
+        finished.wait(30000);
+        for (const QNetworkCookie& cookie : jar->cookiesForUrl(url))
+            out << "cookie " << cookie.name() << '=' << cookie.value() << '\n';
+        return reply->error() == QNetworkReply::NoError ? 0 : 1;
+    }
     auto* main = new IndexWindow();
-    out << "main " << runIn(main->webView(), url, script) << '\n';
+    out << "main " << runIn(main->webView(), url, QString::fromLocal8Bit(argv[2])) << '\n';
     NotificationWindow* popup = nullptr;
     if (argc > 3 && QByteArray(argv[3]) == "popup") {
         popup = new NotificationWindow(nullptr, false);
-        out << "popup " << runIn(popup->webView(), url, script) << '\n';
+        out << "popup " << runIn(popup->webView(), url, QString::fromLocal8Bit(argv[2])) << '\n';
     }
     out.flush();
-
     QTimer::singleShot(0, &app, &QCoreApplication::quit);
     const int result = app.exec();
     delete popup;

@@ -2,10 +2,8 @@
 
 #include <QGraphicsWebView>
 #include <QNetworkCookie>
-#include <QSettings>
 #include <QWebFrame>
 #include <QWebPage>
-#include <QWebSettings>
 #include <QWebView>
 
 #include <sys/resource.h>
@@ -13,9 +11,7 @@
 #include <unistd.h>
 
 #include "httpserver.h"
-#include "web/autosaver.h"
 #include "web/cookiejar.h"
-#include "web/cookiemodel.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
 
@@ -30,72 +26,55 @@ QString cookieFile()
     return QStandardPaths::writableLocation(QStandardPaths::DataLocation) + "/c.ini";
 }
 
+// Expiry in whole seconds, as the file keeps it.
 QNetworkCookie makeCookie(const QByteArray& name, const QByteArray& value, int expiresInDays = 0)
 {
     QNetworkCookie cookie(name, value);
     cookie.setPath("/");
     if (expiresInDays != 0)
-        cookie.setExpirationDate(QDateTime::currentDateTimeUtc().addDays(expiresInDays));
+        cookie.setExpirationDate(
+            QDateTime::fromSecsSinceEpoch(QDateTime::currentSecsSinceEpoch() + expiresInDays * 86400LL, Qt::UTC));
     return cookie;
 }
 
-// The list as it lies in the file, built by hand: stream version, count, raw cookies with enciphered values.
-QByteArray storedFile(qint32 version, qint32 count, const QList<QByteArray>& raws,
-    const char* typeName = "QList<QNetworkCookie>", const QByteArray& tail = QByteArray())
+QByteArray storedRaw(const QByteArray& name, const QByteArray& value, int expiresInDays = 30)
 {
-    QByteArray variant;
-    QDataStream stream(&variant, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_4_0);
-    // A QVariant of a user type as QSettings streams it: old user type id 127, the type name, the data.
-    stream << quint32(127) << typeName << version << count;
-    for (const QByteArray& raw : raws)
-        stream << raw;
-    QByteArray escaped;
-    for (const char byte : variant + tail)
-        escaped += "\\x" + QByteArray::number(uchar(byte), 16);
-    return "[General]\n" + cookiesKey.toLatin1() + "=@Variant(" + escaped + ")\n";
-}
-
-QByteArray storedRaw(const QByteArray& name, const QByteArray& value)
-{
-    QNetworkCookie cookie = makeCookie(name, encryptSharedText(QString::fromLatin1(value.toBase64())).toUtf8(), 30);
+    QNetworkCookie cookie = makeCookie(name, encryptSharedText(value.toBase64()).toUtf8(), expiresInDays);
     cookie.setDomain("127.0.0.1");
     return cookie.toRawForm(QNetworkCookie::Full);
 }
 
-QByteArray readFile(const QString& path)
+// The file built by hand: a QVariant of user type (old id 127, type name), stream version, count, raw cookies.
+QByteArray storedFile(qint32 version, qint32 count, const QList<QByteArray>& raws)
 {
-    QFile file(path);
+    QByteArray variant;
+    QDataStream stream(&variant, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_4_0);
+    stream << quint32(127) << "QList<QNetworkCookie>" << version << count;
+    for (const QByteArray& raw : raws)
+        stream << raw;
+    return "[General]\n" + cookiesKey.toLatin1() + "=@Variant(\\x" + variant.toHex('x').replace("x", "\\x") + ")\n";
+}
+
+QByteArray readCookieFile()
+{
+    QFile file(cookieFile());
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-void writeFile(const QString& path, const QByteArray& content)
+// QSettings reuses its parse of a file whose size and time look unchanged: each write gets a time of
+// its own, so the next jar reads what is on disk as the next start would.
+void writeCookieFile(const QByteArray& content)
 {
-    // QSettings reuses its parse of a file whose size and time look unchanged; each write gets a
-    // time of its own, so the next jar reads what is on disk as a new start of the program would.
     static QDateTime stamp = QDateTime::currentDateTime();
-    stamp = stamp.addSecs(1);
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(content);
+    QDir().mkpath(QFileInfo(cookieFile()).absolutePath());
+    QFile file(cookieFile());
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(content) == content.size());
     file.flush();
-    QVERIFY(file.setFileTime(stamp, QFileDevice::FileModificationTime));
+    QVERIFY(file.setFileTime(stamp = stamp.addSecs(1), QFileDevice::FileModificationTime));
 }
 
-void rereadAtNextJar()
-{
-    writeFile(cookieFile(), readFile(cookieFile()));
-}
-
-int permissionBits(const QString& path)
-{
-    struct stat info;
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
-}
-
-// "name=value" per cookie, in the jar's order.
-QStringList pairsOf(const QList<QNetworkCookie>& cookies)
+QStringList pairs(const QList<QNetworkCookie>& cookies)
 {
     QStringList pairs;
     for (const QNetworkCookie& cookie : cookies)
@@ -103,460 +82,241 @@ QStringList pairsOf(const QList<QNetworkCookie>& cookies)
     return pairs;
 }
 
-// Parent that AutoSaver saves; records whether the save came from inside a change.
-class SaveRecorder : public QObject
+QStringList pairsAtNextStart()
 {
-    Q_OBJECT
-public:
-    bool inChange = false;
-    QList<bool> savedInsideChange;
-public slots:
-    void save() { savedInsideChange << inChange; }
-};
+    writeCookieFile(readCookieFile());
+    QStringList next = pairs(CookieJar().cookiesForUrl(siteUrl));
+    next.sort();
+    return next;
+}
 
 } // namespace
 
-class TestCookieJar : public QObject
-{
+class TestCookieJar : public QObject {
     Q_OBJECT
+    HttpServer mServer;
+
 private slots:
-    void initTestCase();
-    void cleanup();
-    void survivesRestart();
-    void restartOfTheSurfaces_data();
-    void restartOfTheSurfaces();
-    void signInReachesPageOpenedWindow();
-    void filePermissions();
-    void badFile_data();
-    void badFile();
-    void acceptance_data();
-    void acceptance();
-    void keepPolicy_data();
-    void keepPolicy();
-    void policiesAtStart_data();
-    void policiesAtStart();
-    void privateBrowsing();
-    void savePurgesExpired();
-    void autoSaverTiming_data();
-    void autoSaverTiming();
-};
-
-void TestCookieJar::initTestCase()
-{
-    SimpleCrypt::setUpShared();
-}
-
-void TestCookieJar::cleanup()
-{
-    QFile::remove(cookieFile());
-    QSettings().remove(cookiesKey);
-    QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, false);
-}
-
-void TestCookieJar::survivesRestart()
-{
-    const QDateTime now = QDateTime::currentDateTimeUtc();
-    QNetworkCookie near = makeCookie("near", "n-value");
-    near.setExpirationDate(now.addDays(30));
-    QNetworkCookie far = makeCookie("far", "f-value");
-    far.setExpirationDate(now.addYears(10));
-    QNetworkCookie odd = makeCookie("odd", "s3cr\xc3\xa9t;value", 10);
-    odd.setSecure(true);
-    odd.setHttpOnly(true);
+    void initTestCase()
     {
-        CookieJar jar;
-        jar.setBlockedCookies({ "b.example", "a.example" });
-        QVERIFY(jar.setCookiesFromUrl({ near, makeCookie("session", "gone"), far, odd }, siteUrl));
-    } // a pending save is written on destruction
-    QCOMPARE(permissionBits(cookieFile()), 0600);
-    const QByteArray file = readFile(cookieFile());
-    QVERIFY(!file.contains("n-value") && !file.contains("s3cr"));
-    rereadAtNextJar();
-
-    CookieJar next;
-    QCOMPARE(next.blockedCookies(), QStringList({ "a.example", "b.example" }));
-    QStringList restored;
-    for (const QNetworkCookie& cookie : next.cookiesForUrl(QUrl("https://127.0.0.1/")))
-        restored << QString::fromUtf8(cookie.toRawForm(QNetworkCookie::Full));
-    restored.sort();
-    // Expiry is kept to the second; the far one is not cut down under the default keep policy.
-    QStringList expected;
-    for (QNetworkCookie cookie : { far, near, odd }) {
-        cookie.setDomain("127.0.0.1");
-        cookie.setExpirationDate(QDateTime::fromSecsSinceEpoch(cookie.expirationDate().toSecsSinceEpoch(), Qt::UTC));
-        expected << QString::fromUtf8(cookie.toRawForm(QNetworkCookie::Full));
+        SimpleCrypt::setUpShared();
+        QVERIFY(mServer.listen());
+        mServer.serve("/signin", "<p>in</p>", "text/html", 200,
+            { { "Set-Cookie", makeCookie("sid", "signed-in", 30).toRawForm() } });
+        mServer.serve(
+            "/signout", "<p>out</p>", "text/html", 200, { { "Set-Cookie", makeCookie("sid", "", -1).toRawForm() } });
+        mServer.serve("/page", "<p>page</p>", "text/html");
     }
-    QCOMPARE(restored, expected);
-}
 
-void TestCookieJar::restartOfTheSurfaces_data()
-{
-    QTest::addColumn<QStringList>("starts"); // per start of the program: "path script [popup]"
-    QTest::addColumn<QString>("lastOutput");
-    QTest::addColumn<QByteArray>("lastCookieHeader");
-
-    const QString cookie = QStringLiteral("document.cookie");
-    QTest::newRow("signed in stays signed in, popup too")
-        << QStringList({ "/signin " + cookie, "/page " + cookie + " popup" })
-        << "main sid=signed-in\npopup sid=signed-in\n" << QByteArray("sid=signed-in");
-    QTest::newRow("sign-out sticks, popup too")
-        << QStringList({ "/signin " + cookie, "/signout " + cookie, "/page " + cookie + " popup" })
-        << "main \npopup \n" << QByteArray();
-    // Set in the main view before a quit; read after the restart by the main view and by a popup.
-    QTest::newRow("local storage kept and shared")
-        << QStringList({ "/page localStorage.setItem('draft','hello')",
-               "/page String(localStorage.getItem('draft')) popup" })
-        << "main hello\npopup hello\n" << QByteArray();
-}
-
-void TestCookieJar::restartOfTheSurfaces()
-{
-    QFETCH(QStringList, starts);
-    QFETCH(QString, lastOutput);
-    QFETCH(QByteArray, lastCookieHeader);
-
-    HttpServer server;
-    QVERIFY(server.listen());
-    server.serve("/signin", "<p>in</p>", "text/html", 200,
-        { { "Set-Cookie", makeCookie("sid", "signed-in", 30).toRawForm() } });
-    server.serve("/signout", "<p>out</p>", "text/html", 200,
-        { { "Set-Cookie", makeCookie("sid", "", -1).toRawForm() } });
-    server.serve("/page", "<p>page</p>", "text/html");
-
-    QString output;
-    for (const QString& start : starts) {
-        QStringList arguments = start.split(' ');
-        const bool popup = arguments.last() == QLatin1String("popup");
-        if (popup)
-            arguments.removeLast();
-        const QString path = arguments.takeFirst();
-        QStringList command = { server.url(path).toString(), arguments.join(' ') };
-        if (popup)
-            command << QStringLiteral("popup");
-        QProcess program;
-        program.start(QStringLiteral(SURFACE_CLIENT_PATH), command);
-        QVERIFY2(program.waitForFinished(60000), "the program didn't quit");
-        QCOMPARE(program.exitCode(), 0);
-        output = QString::fromUtf8(program.readAllStandardOutput());
+    void cleanup()
+    {
+        QFile::remove(cookieFile());
+        QFile::remove(cookieFile() + ".damaged");
+        QSettings().remove(cookiesKey);
     }
-    QCOMPARE(output, lastOutput);
-    QCOMPARE(server.requestsFor("/page").last().header("Cookie"), lastCookieHeader);
-}
 
-void TestCookieJar::signInReachesPageOpenedWindow()
-{
-    HttpServer server;
-    QVERIFY(server.listen());
-    const QNetworkCookie sid = makeCookie("sid", "signed-in", 30);
-    server.serve("/signin", "<p>in</p>", "text/html", 200, { { "Set-Cookie", sid.toRawForm() } });
-    server.serve("/inbox", "<p>inbox</p>", "text/html");
+    void survivesRestart()
+    {
+        // A file left readable by all, under a umask that keeps nothing private: the save must close it.
+        writeCookieFile(storedFile(23, 1, { storedRaw("old", "v") }));
+        QVERIFY(QFile::setPermissions(cookieFile(), QFileDevice::Permissions(0x6666)));
+        const mode_t previousMask = ::umask(0);
+        QNetworkCookie odd = makeCookie("odd", "s3cr\xc3\xa9t;value", 10);
+        odd.setSecure(true);
+        odd.setHttpOnly(true);
+        const QList<QNetworkCookie> kept { makeCookie("far", "f-value", 3650), odd };
+        QVERIFY(CookieJar().setCookiesFromUrl(kept + QList<QNetworkCookie> { makeCookie("session", "x") }, siteUrl));
+        ::umask(previousMask);
+        QCOMPARE(int(QFile::permissions(cookieFile()) & 0x7077), 0x6000); // owner, group, others
+        QVERIFY(!readCookieFile().contains("f-value") && !readCookieFile().contains("s3cr"));
 
-    IndexWindow main;
-    QWebPage* page = main.webView()->page();
-    QSignalSpy loaded(page, &QWebPage::loadFinished);
-    page->mainFrame()->load(server.url("/signin"));
-    QVERIFY(loaded.wait(10000));
-    // The windows share no jar object: the sign-in travels through the file once the main view saves.
-    QTRY_VERIFY_WITH_TIMEOUT(readFile(cookieFile()).contains("sid="), 10000);
-
-    const QWidgetList before = QApplication::topLevelWidgets();
-    page->mainFrame()->evaluateJavaScript(QString("window.open('%1');").arg(server.url("/inbox").toString()));
-    QTRY_COMPARE_WITH_TIMEOUT(server.requestsFor("/inbox").size(), 1, 10000);
-    QCOMPARE(server.requestsFor("/inbox").value(0).header("Cookie"), QByteArray("sid=signed-in"));
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (auto* view = qobject_cast<QWebView*>(widget); view && !before.contains(view)) {
-            // A bare browser window: the native bridge is for the main page only.
-            QCOMPARE(view->page()->mainFrame()->evaluateJavaScript("typeof qtIndexWindow").toString(),
-                QStringLiteral("undefined"));
-            view->close();
+        QCOMPARE(pairsAtNextStart(), QStringList({ "far=f-value", "old=v" })); // odd is for https only
+        QStringList restored, expected;
+        for (const QNetworkCookie& cookie : CookieJar().cookiesForUrl(QUrl("https://127.0.0.1/")))
+            restored << (cookie.name() == "old" ? QByteArray() : cookie.toRawForm(QNetworkCookie::Full));
+        for (QNetworkCookie cookie : kept) {
+            cookie.setDomain("127.0.0.1");
+            expected << cookie.toRawForm(QNetworkCookie::Full);
         }
+        restored.sort();
+        QCOMPARE(restored, QStringList("") + expected);
     }
-}
 
-void TestCookieJar::filePermissions()
-{
-    writeFile(cookieFile(), storedFile(23, 1, { storedRaw("old", "v") }));
-    QCOMPARE(::chmod(QFile::encodeName(cookieFile()).constData(), 0666), 0);
-    const mode_t previous = ::umask(0);
-    // QSettings replaces the file at each save, so the second save matters as much as the first.
-    for (int save = 0; save < 2; ++save) {
-        CookieJar jar;
-        QVERIFY(jar.setCookiesFromUrl({ makeCookie("round", QByteArray::number(save), 5) }, siteUrl));
-        QVERIFY(QMetaObject::invokeMethod(&jar, "save"));
-        QCOMPARE(permissionBits(cookieFile()), 0600);
-    }
-    ::umask(previous);
-}
-
-void TestCookieJar::badFile_data()
-{
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<QStringList>("loaded");
-
-    const QByteArray good = storedRaw("sid", "value-1");
-    const QStringList sid("sid=value-1");
-    QByteArray pastTheEnd;
-    QDataStream(&pastTheEnd, QIODevice::WriteOnly) << quint32(0x7ffffff0);
-    const QByteArray whole = storedFile(23, 1, { good });
-    QByteArray binary;
-    for (int i = 0; i < 4096; ++i)
-        binary += char((i * 7919) % 251);
-
-    QTest::newRow("hand-built list") << whole << sid;
-    QTest::newRow("other stream version") << storedFile(22, 1, { good }) << QStringList();
-    QTest::newRow("unknown type name") << storedFile(23, 1, { good }, "QList<QNetworkCookiX>") << QStringList();
-    QTest::newRow("count beyond the content") << storedFile(23, 5, { good }) << sid;
-    QTest::newRow("huge count, no content") << storedFile(23, 0x7fffffff, {}) << QStringList();
-    QTest::newRow("negative count") << storedFile(23, -1, { good }) << QStringList();
-    const char* type = "QList<QNetworkCookie>";
-    QTest::newRow("byte array longer than the stream") << storedFile(23, 1, {}, type, pastTheEnd + "abc")
-                                                       << QStringList();
-    QByteArray cut;
-    QDataStream(&cut, QIODevice::WriteOnly) << quint32(good.size());
-    QTest::newRow("stream cut inside a cookie") << storedFile(23, 2, { good }, type, cut + good.left(good.size() / 2))
-                                                << sid;
-    QTest::newRow("text cut inside the list") << whole.left(whole.size() / 2) << QStringList();
-    QTest::newRow("unparsable raw cookie") << storedFile(23, 2, { "garbage", good }) << sid;
-    QTest::newRow("value not a cyphertext") << storedFile(23, 1, { "sid=plain; path=/; domain=127.0.0.1" })
-                                            << QStringList("sid=");
-    QTest::newRow("not an INI: binary") << binary << QStringList();
-    QTest::newRow("empty file") << QByteArray() << QStringList();
-    // A variant list elsewhere in the file whose count asks for tens of gigabytes.
-    QTest::newRow("lying count in another entry")
-        << whole + "\n[Exceptions]\nblock=@Variant(\\0\\0\\0\\t\\x7f\\xff\\xff\\xf0)\n" << QStringList();
-}
-
-namespace {
-// Lowers the soft address-space limit to what the process has plus a few gigabytes, for one scope.
-struct AddressSpaceLimit {
-    explicit AddressSpaceLimit(int spareGigabytes)
+    void restartOfTheSurfaces_data()
     {
+        QTest::addColumn<QStringList>("starts"); // per start of the program: "path|script[|popup]"
+        QTest::addColumn<QString>("lastOutput");
+        QTest::addColumn<QByteArray>("lastCookieHeader");
+
+        QTest::newRow("signed in stays signed in, popup too")
+            << QStringList({ "/signin|document.cookie", "/page|document.cookie|popup" })
+            << "main sid=signed-in\npopup sid=signed-in\n"
+            << QByteArray("sid=signed-in");
+        QTest::newRow("sign-out sticks, popup too")
+            << QStringList({ "/signin|document.cookie", "/signout|document.cookie", "/page|document.cookie|popup" })
+            << "main \npopup \n"
+            << QByteArray();
+        QTest::newRow("local storage kept and shared") << QStringList(
+            { "/page|localStorage.setItem('draft','hello')", "/page|String(localStorage.getItem('draft'))|popup" })
+                                                       << "main hello\npopup hello\n"
+                                                       << QByteArray();
+    }
+
+    void restartOfTheSurfaces()
+    {
+        QFETCH(QStringList, starts);
+        QString output;
+        for (const QString& start : starts) {
+            QStringList arguments = start.split('|');
+            arguments.replace(0, mServer.url(arguments.at(0)).toString());
+            QProcess program;
+            program.start(QStringLiteral(SURFACE_CLIENT_PATH), arguments);
+            QVERIFY2(program.waitForFinished(60000), "the program didn't quit");
+            QCOMPARE(program.exitCode(), 0);
+            output = QString::fromUtf8(program.readAllStandardOutput());
+        }
+        QTEST(output, "lastOutput");
+        QTEST(mServer.requestsFor("/page").last().header("Cookie"), "lastCookieHeader");
+    }
+
+    void signInReachesPageOpenedWindow()
+    {
+        IndexWindow main;
+        QWebFrame* frame = main.webView()->page()->mainFrame();
+        QSignalSpy loaded(main.webView()->page(), &QWebPage::loadFinished);
+        frame->load(mServer.url("/signin"));
+        QVERIFY(loaded.wait(10000));
+        const int before = mServer.requestsFor("/page").size();
+        frame->evaluateJavaScript(QString("opened = window.open('%1');").arg(mServer.url("/page").toString()));
+        QTRY_COMPARE_WITH_TIMEOUT(mServer.requestsFor("/page").size(), before + 1, 10000);
+        QCOMPARE(mServer.requestsFor("/page").last().header("Cookie"), QByteArray("sid=signed-in"));
+        // A bare browser window: the native bridge is for the main page only.
+        QTRY_COMPARE(frame->evaluateJavaScript("opened.document.body.textContent").toString(), QStringLiteral("page"));
+        QCOMPARE(frame->evaluateJavaScript("typeof qtIndexWindow + typeof opened.qtIndexWindow").toString(),
+            QStringLiteral("objectundefined"));
+        // The opened window goes now, and with it the last user of the shared jar, which saves as it goes.
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            delete qobject_cast<QWebView*>(widget);
+    }
+
+    void badFile_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QStringList>("loaded");
+        QTest::addColumn<bool>("putAside"); // renamed to c.ini.damaged
+
+        const QByteArray good = storedRaw("sid", "value-1");
+        const QStringList sid("sid=value-1");
+        const QByteArray whole = storedFile(23, 1, { good });
+        QTest::newRow("hand-built list") << whole << sid << false;
+        QTest::newRow("other stream version") << storedFile(22, 1, { good }) << QStringList() << false;
+        QTest::newRow("count beyond the content") << storedFile(23, 5, { good }) << sid << false;
+        QTest::newRow("huge count, no content") << storedFile(23, 0x7fffffff, {}) << QStringList() << false;
+        QTest::newRow("unparsable raw cookie") << storedFile(23, 2, { "garbage", good }) << sid << false;
+        QTest::newRow("value not a cyphertext")
+            << storedFile(23, 1, { "sid=plain; path=/; domain=127.0.0.1" }) << QStringList("sid=") << false;
+        // A list elsewhere in the file whose count asks for tens of gigabytes.
+        QTest::newRow("lying count in another entry")
+            << whole + "\n[Exceptions]\nblock=@Variant(\\0\\0\\0\\t\\x7f\\xff\\xff\\xf0)\n"
+            << QStringList() << true;
+    }
+
+    void badFile()
+    {
+        QFETCH(QByteArray, content);
+        QSettings().setValue("show-low-bat-alerts", "0");
+        writeCookieFile(content);
+        rlimit previous {};
+        QVERIFY(::getrlimit(RLIMIT_AS, &previous) == 0);
+        {
+            // As on a machine with a few gigabytes free, where the lying count's allocation fails.
+            const auto restore = qScopeGuard([&previous] { ::setrlimit(RLIMIT_AS, &previous); });
 #if !defined(__SANITIZE_ADDRESS__)
-        QFile status("/proc/self/statm");
-        if (spareGigabytes == 0 || !status.open(QIODevice::ReadOnly) || ::getrlimit(RLIMIT_AS, &mPrevious) != 0)
-            return;
-        const rlim_t pages = status.readAll().split(' ').value(0).toULongLong();
-        rlimit tight = mPrevious;
-        tight.rlim_cur = pages * rlim_t(::sysconf(_SC_PAGESIZE)) + (rlim_t(spareGigabytes) << 30);
-        mActive = ::setrlimit(RLIMIT_AS, &tight) == 0;
-#else
-        Q_UNUSED(spareGigabytes)
+            QFile status("/proc/self/statm");
+            QVERIFY(status.open(QIODevice::ReadOnly));
+            rlimit tight = previous;
+            tight.rlim_cur
+                = status.readAll().split(' ').value(0).toULongLong() * ::sysconf(_SC_PAGESIZE) + (3ULL << 30);
+            QVERIFY(::setrlimit(RLIMIT_AS, &tight) == 0);
 #endif
+            CookieJar jar;
+            QTEST(pairs(jar.cookiesForUrl(siteUrl)), "loaded");
+            // The jar still takes a new cookie and keeps it.
+            QVERIFY(jar.setCookiesFromUrl({ makeCookie("fresh", "again", 5) }, siteUrl));
+        }
+        QTEST(QFile::exists(cookieFile() + ".damaged"), "putAside");
+        QVERIFY(pairsAtNextStart().contains("fresh=again"));
+        // A damaged cookie file costs the user none of their other settings.
+        QCOMPARE(QSettings().value("show-low-bat-alerts").toString(), QStringLiteral("0"));
     }
-    ~AddressSpaceLimit()
+
+    void policies_data()
     {
-        if (mActive)
-            ::setrlimit(RLIMIT_AS, &mPrevious);
+        QTest::addColumn<QString>("stored"); // "group/accept/keep" in the settings
+        QTest::addColumn<bool>("taken"); // a new cookie that asks for 200 days
+        QTest::addColumn<int>("days"); // its life in the jar
+        QTest::addColumn<QStringList>("atNextStart");
+
+        const QString digest = cookiesKey;
+        const QStringList both({ "new=n", "sid=v" });
+        QTest::newRow("nothing stored") << QString() << true << 200 << both;
+        QTest::newRow("time limit") << digest + "//KeepUntilTimeLimit" << true << 90 << both;
+        QTest::newRow("never") << digest + "/AcceptNever/" << false << 0 << QStringList("sid=v");
+        // save() writes the policies there, but a changed policy must not outlive the run.
+        QTest::newRow("group written by save is not read")
+            << "cookies/AcceptNever/KeepUntilExit" << true << 200 << both;
+        QTest::newRow("keep until exit") << digest + "//KeepUntilExit" << true << 200 << QStringList();
     }
-    rlimit mPrevious {};
-    bool mActive = false;
+
+    void policies()
+    {
+        QFETCH(QString, stored);
+        QFETCH(int, days);
+        writeCookieFile(storedFile(23, 1, { storedRaw("sid", "v") }));
+        QSettings settings;
+        settings.remove("cookies");
+        if (!stored.isEmpty()) {
+            settings.setValue(stored.section('/', 0, 0) + "/acceptCookies", stored.section('/', 1, 1));
+            settings.setValue(stored.section('/', 0, 0) + "/keepCookiesUntil", stored.section('/', 2, 2));
+        }
+        {
+            CookieJar jar;
+            QTEST(jar.setCookiesFromUrl({ makeCookie("new", "n", 200) }, siteUrl), "taken");
+            for (const QNetworkCookie& kept : jar.cookiesForUrl(siteUrl)) {
+                const qint64 life = QDateTime::currentDateTimeUtc().daysTo(kept.expirationDate());
+                QVERIFY(kept.name() != "new" || qAbs(life - days) <= 1);
+            }
+        }
+        settings.remove(cookiesKey);
+        QTEST(pairsAtNextStart(), "atNextStart");
+    }
+
+    void savePurgesExpired()
+    {
+        // What expired while the program was not running leaves the file at the next save, unasked.
+        writeCookieFile(storedFile(23, 2, { storedRaw("old", "x", -1), storedRaw("sid", "v") }));
+        CookieJar().cookiesForUrl(siteUrl);
+        QVERIFY(readCookieFile().contains("sid=") && !readCookieFile().contains("old="));
+        // And what expires while it runs; only the accept-always rule lets an expired cookie in.
+        CookieJar jar;
+        jar.setAcceptPolicy(CookieJar::AcceptAlways);
+        QVERIFY(jar.setCookiesFromUrl({ makeCookie("live", "1", 5), makeCookie("dead", "2", -1) }, siteUrl));
+        QVERIFY(QMetaObject::invokeMethod(&jar, "save"));
+        QVERIFY(readCookieFile().contains("live=") && !readCookieFile().contains("dead="));
+    }
+
+    void steadyChangesAreSaved()
+    {
+        // Each change puts the save off; a stream of them must still reach the file.
+        CookieJar jar;
+        int count = 0;
+        QTimer stream;
+        connect(&stream, &QTimer::timeout,
+            [&] { jar.setCookiesFromUrl({ makeCookie("stream", QByteArray::number(++count), 5) }, siteUrl); });
+        stream.start(400);
+        QTRY_VERIFY_WITH_TIMEOUT(readCookieFile().contains("stream="), 10000);
+    }
 };
-} // namespace
-
-void TestCookieJar::badFile()
-{
-    QFETCH(QByteArray, content);
-
-    QSettings().setValue("show-low-bat-alerts", "0");
-    writeFile(cookieFile(), content);
-    {
-        // As on a machine with less memory than the count asks for, where the allocation fails.
-        const AddressSpaceLimit limit(QByteArray(QTest::currentDataTag()).startsWith("lying count") ? 3 : 0);
-        CookieJar jar;
-        QTEST(pairsOf(jar.cookiesForUrl(siteUrl)), "loaded");
-        // The jar must still take a new cookie and keep it.
-        QVERIFY(jar.setCookiesFromUrl({ makeCookie("fresh", "again", 5) }, siteUrl));
-    }
-    rereadAtNextJar();
-    QVERIFY(pairsOf(CookieJar().cookiesForUrl(siteUrl)).contains("fresh=again"));
-    // A damaged cookie file must cost the user none of their other settings.
-    QCOMPARE(QSettings().value("show-low-bat-alerts").toString(), QStringLiteral("0"));
-}
-
-void TestCookieJar::acceptance_data()
-{
-    QTest::addColumn<int>("policy");
-    QTest::addColumn<QStringList>("block");
-    QTest::addColumn<QStringList>("allow");
-    QTest::addColumn<QStringList>("allowSession");
-    QTest::addColumn<QString>("cookieDomain");
-    QTest::addColumn<bool>("stored");
-
-    const int always = CookieJar::AcceptAlways;
-    const int never = CookieJar::AcceptNever;
-    const int visited = CookieJar::AcceptOnlyFromSitesNavigatedTo;
-    const QStringList none;
-    const QStringList site("www.example.com");
-    const QStringList parent("example.com");
-    const QString foreign(".other.org");
-
-    QTest::newRow("default, own host") << visited << none << none << none << QString() << true;
-    QTest::newRow("always, blocked host") << always << site << none << none << QString() << false;
-    QTest::newRow("default, blocked parent only") << visited << parent << none << none << QString() << true;
-    QTest::newRow("never") << never << none << none << none << QString() << false;
-    QTest::newRow("never, allowed host") << never << none << site << none << QString() << true;
-    QTest::newRow("never, session host") << never << none << none << site << QString() << true;
-    QTest::newRow("never, allowed parent only") << never << none << parent << none << QString() << false;
-    QTest::newRow("always, foreign domain forced in") << always << none << none << none << foreign << true;
-    QTest::newRow("default, foreign domain") << visited << none << none << none << foreign << false;
-}
-
-void TestCookieJar::acceptance()
-{
-    QFETCH(int, policy);
-    QFETCH(QStringList, block);
-    QFETCH(QStringList, allow);
-    QFETCH(QStringList, allowSession);
-    QFETCH(QString, cookieDomain);
-    QFETCH(bool, stored);
-
-    CookieJar jar;
-    jar.setAcceptPolicy(CookieJar::AcceptPolicy(policy));
-    jar.setBlockedCookies(block);
-    jar.setAllowedCookies(allow);
-    jar.setAllowForSessionCookies(allowSession);
-    QSignalSpy changed(&jar, &CookieJar::cookiesChanged);
-    QNetworkCookie cookie = makeCookie("name", "value", 5);
-    cookie.setDomain(cookieDomain);
-    QCOMPARE(jar.setCookiesFromUrl({ cookie }, QUrl("http://www.example.com/page")), stored);
-    QCOMPARE(changed.count(), stored ? 1 : 0);
-    QCOMPARE(CookieModel(&jar).rowCount(), stored ? 1 : 0);
-}
-
-void TestCookieJar::keepPolicy_data()
-{
-    QTest::addColumn<int>("policy");
-    QTest::addColumn<int>("expiresInDays");
-    QTest::addColumn<int>("keptDays"); // 0: a session cookie
-
-    QTest::newRow("until expire, far") << int(CookieJar::KeepUntilExpire) << 200 << 200;
-    QTest::newRow("time limit, far") << int(CookieJar::KeepUntilTimeLimit) << 200 << 90;
-    QTest::newRow("time limit, near") << int(CookieJar::KeepUntilTimeLimit) << 10 << 10;
-    QTest::newRow("time limit, session") << int(CookieJar::KeepUntilTimeLimit) << 0 << 0;
-}
-
-void TestCookieJar::keepPolicy()
-{
-    QFETCH(int, policy);
-    QFETCH(int, expiresInDays);
-    QFETCH(int, keptDays);
-
-    CookieJar jar;
-    jar.setKeepPolicy(CookieJar::KeepPolicy(policy));
-    QVERIFY(jar.setCookiesFromUrl({ makeCookie("name", "value", expiresInDays) }, siteUrl));
-    const QNetworkCookie kept = jar.cookiesForUrl(siteUrl).value(0);
-    QCOMPARE(kept.isSessionCookie(), keptDays == 0);
-    const qint64 expected = QDateTime::currentDateTimeUtc().addDays(keptDays).toSecsSinceEpoch();
-    QVERIFY(keptDays == 0 || qAbs(kept.expirationDate().toSecsSinceEpoch() - expected) < 60);
-}
-
-void TestCookieJar::policiesAtStart_data()
-{
-    QTest::addColumn<QString>("group");
-    QTest::addColumn<QString>("accept");
-    QTest::addColumn<QString>("keep");
-    QTest::addColumn<int>("expectedAccept");
-    QTest::addColumn<int>("expectedKeep");
-
-    const int visited = CookieJar::AcceptOnlyFromSitesNavigatedTo;
-    const int expire = CookieJar::KeepUntilExpire;
-    QTest::newRow("nothing stored") << QString() << QString() << QString() << visited << expire;
-    QTest::newRow("digest group") << cookiesKey << "AcceptAlways" << "KeepUntilTimeLimit"
-                                  << int(CookieJar::AcceptAlways) << int(CookieJar::KeepUntilTimeLimit);
-    QTest::newRow("numbers are not names") << cookiesKey << "1" << "2" << visited << expire;
-    // save() writes the policies there, but a changed policy must not outlive the run.
-    QTest::newRow("group written by save is not read") << "cookies" << "AcceptNever" << "KeepUntilExit" << visited
-                                                       << expire;
-    QTest::newRow("keep until exit empties the jar") << cookiesKey << "AcceptNever" << "KeepUntilExit"
-                                                     << int(CookieJar::AcceptNever) << int(CookieJar::KeepUntilExit);
-}
-
-void TestCookieJar::policiesAtStart()
-{
-    QFETCH(QString, group);
-    QFETCH(QString, accept);
-    QFETCH(QString, keep);
-    QFETCH(int, expectedKeep);
-
-    writeFile(cookieFile(), storedFile(23, 1, { storedRaw("sid", "v") }));
-    QSettings settings;
-    settings.remove("cookies");
-    if (!group.isEmpty()) {
-        settings.setValue(group + "/acceptCookies", accept);
-        settings.setValue(group + "/keepCookiesUntil", keep);
-    }
-    const bool untilExit = expectedKeep == CookieJar::KeepUntilExit;
-    {
-        CookieJar jar;
-        QTEST(int(jar.acceptPolicy()), "expectedAccept");
-        QCOMPARE(int(jar.keepPolicy()), expectedKeep);
-        QCOMPARE(jar.cookiesForUrl(siteUrl).size(), untilExit ? 0 : 1);
-        QVERIFY(jar.setCookiesFromUrl({ makeCookie("name", "value", 5) }, siteUrl) || untilExit);
-    }
-    // Kept until exit: nothing is left in the file for the next start either.
-    settings.remove(cookiesKey);
-    rereadAtNextJar();
-    QCOMPARE(CookieJar().cookiesForUrl(siteUrl).isEmpty(), untilExit);
-}
-
-void TestCookieJar::privateBrowsing()
-{
-    CookieJar jar;
-    QVERIFY(jar.setCookiesFromUrl({ makeCookie("before", "1", 5) }, siteUrl));
-    QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, true);
-    QVERIFY(jar.cookiesForUrl(siteUrl).isEmpty());
-    QVERIFY(!jar.setCookiesFromUrl({ makeCookie("during", "2", 5) }, siteUrl));
-    QWebSettings::globalSettings()->setAttribute(QWebSettings::PrivateBrowsingEnabled, false);
-    QCOMPARE(pairsOf(jar.cookiesForUrl(siteUrl)), QStringList("before=1"));
-}
-
-void TestCookieJar::savePurgesExpired()
-{
-    CookieJar jar;
-    // Only the accept-always rule lets an already expired cookie into the jar.
-    jar.setAcceptPolicy(CookieJar::AcceptAlways);
-    QVERIFY(jar.setCookiesFromUrl({ makeCookie("live", "1", 5), makeCookie("dead", "2", -1) }, siteUrl));
-    CookieModel model(&jar);
-    QCOMPARE(model.rowCount(), 2);
-    QVERIFY(QMetaObject::invokeMethod(&jar, "save"));
-    QCOMPARE(model.rowCount(), 1);
-    rereadAtNextJar();
-    QCOMPARE(pairsOf(CookieJar().cookiesForUrl(siteUrl)), QStringList("live=1"));
-}
-
-void TestCookieJar::autoSaverTiming_data()
-{
-    QTest::addColumn<int>("changeIntervalMs"); // 0: a single change
-    QTest::addColumn<bool>("insideChange");
-
-    // One change is saved by the timer; a steady stream of changes must still be saved, from a change.
-    QTest::newRow("single change") << 0 << false;
-    QTest::newRow("steady stream") << 400 << true;
-}
-
-void TestCookieJar::autoSaverTiming()
-{
-    QFETCH(int, changeIntervalMs);
-    QFETCH(bool, insideChange);
-
-    SaveRecorder recorder;
-    auto* saver = new AutoSaver(&recorder);
-    auto change = [&recorder, saver] {
-        recorder.inChange = true;
-        saver->changeOccurred();
-        recorder.inChange = false;
-    };
-    QTimer stream;
-    connect(&stream, &QTimer::timeout, this, change);
-    if (changeIntervalMs > 0)
-        stream.start(changeIntervalMs);
-    change();
-    QTRY_COMPARE_WITH_TIMEOUT(recorder.savedInsideChange.size(), 1, 10000);
-    stream.stop();
-    QCOMPARE(recorder.savedInsideChange.value(0), insideChange);
-    saver->saveIfNecessary(); // nothing pending
-    QCOMPARE(recorder.savedInsideChange.size(), 1);
-}
 
 QTEST_MAIN(TestCookieJar)
 #include "tst_cookiejar.moc"
