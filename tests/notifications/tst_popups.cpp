@@ -126,17 +126,21 @@ private slots:
             return;
 
         QList<QRect> expected;
+        QList<int> columns;
         for (NotificationWindow* window : windows) {
             records << PopupGeometry::ReflowPopup { window->property(PopupProperty::widgetIndex).toInt(),
                 window->property(PopupProperty::column).toInt(), window->property(PopupProperty::widgetMoved).toBool(), false,
                 window->geometry(), window->frameGeometry() };
             expected << window->geometry();
+            columns << window->property(PopupProperty::column).toInt();
         }
         const PopupGeometry::ReflowPopup gap = records.at(closed);
         const auto moves = PopupGeometry::reflow(records, gap.index, gap.client.top(), gap.column, mAvailable, mOsScale);
         QVERIFY(!moves.isEmpty());
-        for (const PopupGeometry::ReflowMove& move : moves)
+        for (const PopupGeometry::ReflowMove& move : moves) {
             expected[move.popup] = move.to;
+            columns[move.popup] = move.column;
+        }
 
         QPointer<NotificationWindow> gone(windows.at(closed));
         gone->forceClose();
@@ -146,6 +150,7 @@ private slots:
             if (i == closed)
                 continue;
             QTRY_COMPARE(windows.at(i)->geometry(), expected.at(i));
+            QCOMPARE(windows.at(i)->property(PopupProperty::column).toInt(), columns.at(i));
             if (widths.at(i))
                 chainEnd = qMax(chainEnd, windows.at(i)->property(PopupProperty::widgetIndex).toInt());
         }
