@@ -5,7 +5,6 @@
 #include <QCoreApplication>
 #include <QDataStream>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
@@ -13,6 +12,7 @@
 #include <QNetworkReply>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QTest>
 #include <QStandardPaths>
 
 #include <cmath>
@@ -34,11 +34,7 @@
 
 namespace {
 
-void require(bool holds)
-{
-    if (!holds)
-        abort();
-}
+void require(bool holds) { if (!holds) abort(); }
 
 // A reply with status 200 whose body arrives as the target says; finished unless told otherwise.
 class Reply : public QNetworkReply
@@ -135,10 +131,7 @@ void singleinstance(const QByteArray& input)
     client.write(input);
     client.waitForBytesWritten(5000);
     client.disconnectFromServer(); // gone at once, as a crashed or hostile sender
-    QElapsedTimer clock;
-    clock.start();
-    while (!handled)
-        require(clock.elapsed() < 20000), QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 100);
+    require(QTest::qWaitFor([&handled] { return handled; }, 20000));
     QObject::disconnect(done);
 }
 

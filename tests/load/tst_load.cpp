@@ -24,9 +24,6 @@ void TestLoad::batteryReportsAndPopupCycles()
     GuiFixture::Options options;
     options.trayIcon = true;
     QVERIFY(fixture.start(options));
-    QVERIFY(fixture.loadHtml(QStringLiteral("<script>var marked = 0;"
-        "function genericNativeNotificationButtonClickedCallbackHelper(t) { if (JSON.parse(t).action == 'mark-read') marked++; }"
-        "</script>")));
     for (int from = 0; from < 1000; from += 250) {
         fixture.eval(QStringLiteral("for (var i = %1; i < %1 + 250; i++) qtIndexWindow.showBatteryStatus(i % 101, i % 3 == 0);").arg(from));
         QCoreApplication::processEvents();
@@ -54,7 +51,7 @@ void TestLoad::batteryReportsAndPopupCycles()
         previous->close();
         QTRY_VERIFY(!window && !previous);
     }
-    QCOMPARE(fixture.eval(QStringLiteral("marked")).toInt(), 30);
+    QCOMPARE(fixture.takeCalls().filter(QStringLiteral("\"action\":\"mark-read\"")).size(), 30);
     QCOMPARE(manager->notificationWindowCount(), 0);
     QCOMPARE(WinMenuBarIcon::getInstance(nullptr)->contextMenu()->actions().last()->text(), QStringLiteral("Quit Kestrelgap"));
     QCOMPARE(fixture.eval(QStringLiteral("qtIndexWindow.getSetting('load-probe', 'answered')")).toString(), "answered");
