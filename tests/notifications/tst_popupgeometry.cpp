@@ -102,7 +102,6 @@ private slots:
         QList<StackedPopup> sameKey { stacked(1, 1, 1612, 33), stacked(2, 1, 1612, 274), stacked(2, 1, 1612, 515) };
         sameKey.last().otherKey = false;
 
-        QTest::newRow("first") << QList<StackedPopup> {} << popup << screen << 1.0 << QRect(1612, 33, 1, 1);
         QTest::newRow("third, after one dragged away") << fourStacked.mid(0, 2) << popup << screen << 1.0 << QRect(1612, 515, 1, 3);
         QTest::newRow("fourth, exact fit") << fourStacked.mid(0, 3) << popup << QSize(1920, 956) << 1.0 << QRect(1612, 756, 1, 4);
         QTest::newRow("one pixel short: wraps") << fourStacked.mid(0, 3) << popup << QSize(1920, 955) << 1.0 << QRect(1312, 33, 2, 4);
@@ -182,9 +181,6 @@ private slots:
         QTest::newRow("staying put still compares as moving")
             << QList<ReflowPopup> { shown(1, 1, 1612, 33), shown(2, 1, 1612, 33) } << QRect(1, 33, 1, 0) << screen << 1.0
                                                               << QStringList { "W2 1612,33 c1 r1612" };
-        QTest::newRow("frame corner on the target") << QList<ReflowPopup> { shown(1, 1, 1612, 33), shown(2, 1, 1612, 63) }
-                                                    << QRect(1, 33, 1, 0) << screen << 1.0
-                                                    << QStringList { "W2 1612,33 c1 r1612 still" };
         QTest::newRow("screen zoom 1.5: truncated pitch, wrap") << zoomed << QRect(1, 49, 1, 0) << QSize(1920, 600) << 1.5
                                                                 << QStringList { "W2 1608,49 c1 r1608", "W3 1608,283 c1 r1608",
                                                                        "W4 1296,49 c2 r1296" };
