@@ -83,7 +83,7 @@ void simplecrypt(const QByteArray& input)
     if (input.isEmpty())
         return;
     SimpleCrypt writer(SimpleCrypt::shared()->key());
-    writer.setCompressionMode(SimpleCrypt::CompressionMode(input[0] % 3));
+    writer.setCompressionMode(SimpleCrypt::CompressionMode(uchar(input[0]) % 3));
     writer.setProtectionMode(SimpleCrypt::IntegrityProtectionMode((uchar(input[0]) / 3) % 3));
     require(writer.decryptToByteArray(writer.encryptToByteArray(input.mid(1))) == input.mid(1));
     require(writer.lastError() == SimpleCrypt::ErrorNoError);
@@ -114,7 +114,7 @@ void cookieini(const QByteArray& input)
         require(!cookie.name().isEmpty());
 }
 
-// A later start's message over the local socket: taken or dropped, never trusted, never stuck on.
+// A later start's message over the local socket: taken or dropped, never trusted, never held on to.
 void singleinstance(const QByteArray& input)
 {
     struct Peer : QtLocalPeer {
@@ -123,15 +123,17 @@ void singleinstance(const QByteArray& input)
         using QtLocalPeer::socketName;
     };
     static Peer* peer = new Peer();
-    bool handled = false; // connected after the peer's own slot, so true once the peer is done
-    const auto done = QObject::connect(peer->server, &QLocalServer::newConnection, [&handled]() { handled = true; });
+    bool accepted = false;
+    const auto done = QObject::connect(peer->server, &QLocalServer::newConnection, [&accepted] { accepted = true; });
     QLocalSocket client;
     client.connectToServer(peer->socketName);
     require(client.waitForConnected(5000));
     client.write(input);
     client.waitForBytesWritten(5000);
+    require(QTest::qWaitFor([&accepted] { return accepted; }, 5000));
     client.disconnectFromServer(); // gone at once, as a crashed or hostile sender
-    require(QTest::qWaitFor([&handled] { return handled; }, 20000));
+    // Its end of the connection (a child of the server) goes too, whatever was sent.
+    require(QTest::qWaitFor([] { return peer->server->findChildren<QLocalSocket*>().isEmpty(); }, 20000));
     QObject::disconnect(done);
 }
 
