@@ -1,19 +1,8 @@
 // Checks over the inputs that reach the program from outside (page, network, files, other
 // processes). Built once per target with FUZZ_TARGET for libFuzzer (scripts/fuzz.sh), and once
 // without it as a replay of every committed seed in tests/fuzz/corpus/<target>/.
-#include <QBuffer>
-#include <QCoreApplication>
-#include <QDataStream>
-#include <QDir>
-#include <QFileInfo>
-#include <QLocalServer>
-#include <QLocalSocket>
-#include <QNetworkCookie>
-#include <QNetworkReply>
-#include <QSettings>
-#include <QSignalSpy>
-#include <QTest>
-#include <QStandardPaths>
+#include <QtNetwork>
+#include <QtTest>
 
 #include <cmath>
 #include <cstdlib>

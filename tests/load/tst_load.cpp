@@ -2,12 +2,10 @@
 // threads opened and closed. Nothing crashes or stays stuck, and windows stay bounded. The long
 // runs and their figures are bench/load's.
 #include <QtTest>
+#include <QtWidgets>
 
-#include <QAction>
-#include <QMenu>
-
-#include "guifixture.h"
 #include "desktop/winmenubaricon.h"
+#include "guifixture.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 
@@ -15,47 +13,45 @@ class TestLoad : public QObject
 {
     Q_OBJECT
 private slots:
-    void batteryReportsAndPopupCycles();
-};
-
-void TestLoad::batteryReportsAndPopupCycles()
-{
-    GuiFixture fixture;
-    GuiFixture::Options options;
-    options.trayIcon = true;
-    QVERIFY(fixture.start(options));
-    for (int from = 0; from < 1000; from += 250) {
-        fixture.eval(QStringLiteral("for (var i = %1; i < %1 + 250; i++) qtIndexWindow.showBatteryStatus(i % 101, i % 3 == 0);").arg(from));
-        QCoreApplication::processEvents();
-    }
-    QStringList texts; // the last report is the one the tray shows: 999 % 101 = 90
-    for (QAction* action : WinMenuBarIcon::getInstance(nullptr)->contextMenu()->actions())
-        texts << action->text();
-    QVERIFY2(texts.contains(QStringLiteral("Phone Battery: 90%")), qPrintable(texts.join(", ")));
-
-    // Popups in pairs over five threads, each thread's second text joining its open popup.
-    NotificationWindowManager* manager = NotificationWindowManager::getInstance();
-    QPointer<NotificationWindow> previous, window;
-    for (int n = 0; n < 30; ++n) {
-        const QString key = QStringLiteral("thread-%1").arg(n % 5);
-        for (int text = 0; text < 2; ++text)
-            QVERIFY(fixture.eval(QStringLiteral("qtIndexWindow.launchQuickReply('%1', JSON.stringify({key: '%1', name: 'C',"
-                " message: 'Message %2', sound: false}), 340, 200, 'C')").arg(key).arg(n)).toBool());
-        QTRY_VERIFY((window = manager->getNotificationWindow(key)) && window->isVisible());
-        QVERIFY(manager->notificationWindowCount() <= 2);
-        if (n % 2 == 0) {
-            previous = window;
-            continue;
+    void batteryReportsAndPopupCycles()
+    {
+        GuiFixture fixture;
+        GuiFixture::Options options;
+        options.trayIcon = true;
+        QVERIFY(fixture.start(options));
+        for (int from = 0; from < 1000; from += 250) {
+            fixture.eval(QStringLiteral("for (var i = %1; i < %1 + 250; i++) qtIndexWindow.showBatteryStatus(i % 101, i % 3 == 0);").arg(from));
+            QCoreApplication::processEvents();
         }
-        window->close(); // the title bar's close: asks the page before the window goes
-        previous->close();
-        QTRY_VERIFY(!window && !previous);
+        QStringList texts; // the last report is the one the tray shows: 999 % 101 = 90
+        for (QAction* action : WinMenuBarIcon::getInstance(nullptr)->contextMenu()->actions())
+            texts << action->text();
+        QVERIFY2(texts.contains(QStringLiteral("Phone Battery: 90%")), qPrintable(texts.join(", ")));
+
+        // Popups in pairs over five threads, each thread's second text joining its open popup.
+        NotificationWindowManager* manager = NotificationWindowManager::getInstance();
+        QPointer<NotificationWindow> previous, window;
+        for (int n = 0; n < 30; ++n) {
+            const QString key = QStringLiteral("thread-%1").arg(n % 5);
+            for (int text = 0; text < 2; ++text)
+                QVERIFY(fixture.eval(QStringLiteral("qtIndexWindow.launchQuickReply('%1', JSON.stringify({key: '%1', name: 'C',"
+                    " message: 'Message %2', sound: false}), 340, 200, 'C')").arg(key).arg(n)).toBool());
+            QTRY_VERIFY((window = manager->getNotificationWindow(key)) && window->isVisible());
+            QVERIFY(manager->notificationWindowCount() <= 2);
+            if (n % 2 == 0) {
+                previous = window;
+                continue;
+            }
+            window->close(); // the title bar's close: asks the page before the window goes
+            previous->close();
+            QTRY_VERIFY(!window && !previous);
+        }
+        QCOMPARE(fixture.takeCalls().filter(QStringLiteral("\"action\":\"mark-read\"")).size(), 30);
+        QCOMPARE(manager->notificationWindowCount(), 0);
+        QCOMPARE(WinMenuBarIcon::getInstance(nullptr)->contextMenu()->actions().last()->text(), QStringLiteral("Quit Kestrelgap"));
+        QCOMPARE(fixture.eval(QStringLiteral("qtIndexWindow.getSetting('load-probe', 'answered')")).toString(), "answered");
     }
-    QCOMPARE(fixture.takeCalls().filter(QStringLiteral("\"action\":\"mark-read\"")).size(), 30);
-    QCOMPARE(manager->notificationWindowCount(), 0);
-    QCOMPARE(WinMenuBarIcon::getInstance(nullptr)->contextMenu()->actions().last()->text(), QStringLiteral("Quit Kestrelgap"));
-    QCOMPARE(fixture.eval(QStringLiteral("qtIndexWindow.getSetting('load-probe', 'answered')")).toString(), "answered");
-}
+};
 
 QTEST_MAIN(TestLoad)
 #include "tst_load.moc"

@@ -3,13 +3,8 @@
 // records they carry, on any screen size, with or without a window manager.
 #include <QtTest>
 
-#include <QGraphicsWebView>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QScreen>
-#include <QWebFrame>
-#include <QWebPage>
+#include <QtWebKitWidgets>
 
 #include "desktop/mainwindow.h"
 #include "guifixture.h"
