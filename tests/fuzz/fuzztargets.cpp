@@ -37,8 +37,6 @@ public:
         setFinished(finished);
     }
     void abort() override { ++aborts, setFinished(true); }
-    bool isSequential() const override { return true; }
-    qint64 bytesAvailable() const override { return body.size() - offset + QNetworkReply::bytesAvailable(); }
     void arrive(const QByteArray& piece) { body.append(piece), emit downloadProgress(body.size(), -1); }
     void announce(qint64 length) { setHeader(QNetworkRequest::ContentLengthHeader, length), emit metaDataChanged(); }
     QByteArray body;
