@@ -31,6 +31,7 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
     targets="kestrelgap bench_floor bench_webfloor startclock bench_logging bench_cookies"
     grep -q 'kestrelgap-devhost' "$here/devhost/CMakeLists.txt" && targets="$targets kestrelgap-devhost"
     [ -d "$here/bench/popups" ] && targets="$targets bench_popups"
+    [ -d "$here/bench/load" ] && targets="$targets bench_load"
     # shellcheck disable=SC2086
     cmake --build "$build" -j"$(nproc)" --target $targets
     export KESTRELGAP_BENCH_INSIDE=1
@@ -307,6 +308,16 @@ if [ -x "$build/bench/popups/bench_popups" ]; then
     done
     # Round after round in one process: what stays levels off where the engine reuses it.
     popups_out=$(cd "$work" && HOME="$work/home-popups" timeout 300 "$build/bench/popups/bench_popups" 20 5 2>/dev/null)
+fi
+# The long day of messages: each figure against its baseline from the same process.
+if [ -x "$build/bench/load/bench_load" ]; then
+    for round in $(seq 1 "$runs"); do
+        out=$(cd "$work" && timeout 600 "$build/bench/load/bench_load" 10000 200 2>/dev/null)
+        for pair in bridge:"bridge calls reading a setting" battery:"battery reports" web:"bare web windows" popup:"popup cycles"; do
+            record "load.${pair%%:*}.ms" "$(sed -n "s/^${pair#*:}: [0-9]* in \([0-9]*\) ms.*/\1/p" <<<"$out")"
+            record "load.${pair%%:*}.bytes" "$(sed -n "s/^${pair#*:}:.* \([0-9-]*\) bytes kept each/\1/p" <<<"$out")"
+        done
+    done
 fi
 round=1
 logging_out=$("$build/bench/logging/bench_logging" 5000 "$runs")
