@@ -90,8 +90,6 @@ void TestDownloaders::initTestCase()
     indexWindowHolder::set(&mWindow);
     QVERIFY(QDir().mkpath(folder("chosen")));
     mWindow.setDefaultDownloadLocationSetting(folder("chosen"));
-    // The installer's folder is the working directory on Linux.
-    QVERIFY(QDir::setCurrent(mProgram.path()));
     DownloadTransfer::setWatchdogMsForTests(watchdogMs);
     CookieJar jar;
     QNetworkCookie cookie("kgsession", "abc123");
@@ -183,6 +181,8 @@ void TestDownloaders::download()
         QDir(folder(tag)).removeRecursively();
         QDir().mkpath(folder(tag));
     }
+    // The program folder is the working directory on Linux.
+    QVERIFY(QDir::setCurrent(folder("program")));
     if (!existing.isEmpty()) {
         QFile older(folder(existing.section('/', 0, 0)) + '/' + existing.section('/', 1));
         QVERIFY(older.open(QIODevice::WriteOnly) && older.write("older") == 5);
