@@ -51,10 +51,7 @@ private slots:
     void noOtherSystemsWording();
     void flagControls_data();
     void flagControls();
-    void soundChoiceAndPreview();
-    void folderChooser_data();
-    void folderChooser();
-    void logAndLanguageButtons();
+    void buttons();
 
 private:
     template <typename T>
@@ -255,68 +252,53 @@ void TestSettingsDialog::flagControls()
     QCOMPARE(takeEvents().size(), 3);
 }
 
-void TestSettingsDialog::soundChoiceAndPreview()
+void TestSettingsDialog::buttons()
 {
     RecordingPlayer player;
     SoundPlayer::setInstance(&player);
     QSettings().setValue("play-notification-sound", "1");
+    QSettings().setValue("DefaultDownloadLocationKey", QDir::tempPath());
     auto* dropdown = open()->findChild<QComboBox*>("sound_selection_dropdown");
-    const QStringList labels = { "ping", "spring", "tink", "yeah", "pillsbury", "default" };
-    const QStringList files = { "ping", "spring", "tink", "yeah", "pillsbury", "proxima" };
-    for (int i = 0; i < labels.size(); ++i) {
-        dropdown->setCurrentIndex((i + 1) % dropdown->count());
-        QCOMPARE(QSettings().value("notification-sound").toString(), labels.at(i));
-        // The preview sounds the shown choice, whatever the store says.
-        QSettings().setValue("notification-sound", "ping");
+    // The preview sounds the shown choice, whatever the store says.
+    for (int i = 1; i <= 6; ++i) {
+        dropdown->setCurrentIndex(i % 6);
         QTest::mouseClick(control<QPushButton>("sound_selection_preview_button"), Qt::LeftButton);
-        QCOMPARE(player.played.value(i), ":/sounds/sounds/" + files.at(i) + ".wav");
+        player.played.last() += '=' + QSettings().value("notification-sound").toString();
+        QSettings().setValue("notification-sound", "ping");
     }
     SoundPlayer::setInstance(nullptr);
-}
+    QCOMPARE(player.played.join(' ').remove(":/sounds/sounds/"), "ping.wav=ping spring.wav=spring tink.wav=tink yeah.wav=yeah "
+                                                                 "pillsbury.wav=pillsbury proxima.wav=default");
 
-void TestSettingsDialog::folderChooser_data()
-{
-    QTest::addColumn<bool>("chosen");
-    QTest::newRow("another folder") << true;
-    QTest::newRow("cancelled: empty folder stored") << false;
-}
+    // A folder chosen, then the chooser cancelled: an empty folder is stored.
+    QTemporaryDir other;
+    for (const QString& chosen : { other.path(), QString() }) {
+        ModalAnswer<QFileDialog> answer([chosen](QFileDialog* dialog) {
+            dialog->setDirectory(chosen);
+            QMetaObject::invokeMethod(dialog, chosen.isEmpty() ? "reject" : "accept");
+        });
+        QTest::mouseClick(control<QPushButton>("default_download_button"), Qt::LeftButton);
+        QCOMPARE(control<QLineEdit>("default_dwonload_text")->text(), chosen);
+        QCOMPARE(QSettings().value("DefaultDownloadLocationKey").toString(), chosen);
+    }
 
-void TestSettingsDialog::folderChooser()
-{
-    QFETCH(bool, chosen);
-
-    QTemporaryDir current, other;
-    QSettings().setValue("DefaultDownloadLocationKey", current.path());
-    open();
-    const QString expected = chosen ? other.path() : QString();
-    ModalAnswer<QFileDialog> answer([expected](QFileDialog* dialog) {
-        dialog->setDirectory(expected);
-        QMetaObject::invokeMethod(dialog, expected.isEmpty() ? "reject" : "accept");
-    });
-    QTest::mouseClick(control<QPushButton>("default_download_button"), Qt::LeftButton);
-    QCOMPARE(control<QLineEdit>("default_dwonload_text")->text(), expected);
-    QCOMPARE(QSettings().value("DefaultDownloadLocationKey").toString(), expected);
-}
-
-void TestSettingsDialog::logAndLanguageButtons()
-{
-    const QString path = Logger::logFilePath();
-    QFile::remove(path);
+    const QString log = Logger::logFilePath();
+    QFile::remove(log);
     RecordingFileOpener opener;
-    open(true);
     QString boxText;
-    ModalAnswer<QMessageBox> answer([&boxText](QMessageBox* box) {
-        boxText = box->text();
-        box->accept();
+    ModalAnswer<QMessageBox> box([&boxText](QMessageBox* shown) {
+        boxText = shown->text();
+        shown->accept();
     });
     QTest::mouseClick(control<QPushButton>("send_debug_log"), Qt::LeftButton);
     QCOMPARE(boxText, QStringLiteral("No log file found."));
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QVERIFY(QFile(path).open(QIODevice::WriteOnly));
+    QDir().mkpath(QFileInfo(log).absolutePath());
+    QVERIFY(QFile(log).open(QIODevice::WriteOnly));
     QTest::mouseClick(control<QPushButton>("send_debug_log"), Qt::LeftButton);
-    QCOMPARE(opener.opened, QStringList { path });
+    QCOMPARE(opener.opened, QStringList { log });
 
     // The language is the page's to choose.
+    mDialog->show();
     QTest::mouseClick(control<QPushButton>("set_language"), Qt::LeftButton);
     QCOMPARE(mGui.takeCalls().filter("Helper"),
         QStringList { "genericNativeNotificationButtonClickedCallbackHelper {\"button_action\":\"change_lang_setting\"}" });
