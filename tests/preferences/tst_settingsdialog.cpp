@@ -56,7 +56,7 @@ private slots:
 private:
     template <typename T>
     T* control(const QString& name) { return mDialog->findChild<T*>(name); }
-    SettingsDialog* open(bool shown = false);
+    SettingsDialog* open() { return (mDialog = std::make_unique<SettingsDialog>()).get(); }
     // The analytics events the page got.
     QStringList takeEvents() { return mGui.takeCalls().filter(QRegularExpression("^_gaq")); }
 
@@ -77,16 +77,6 @@ void TestSettingsDialog::init()
     QFile::remove(autostartPath());
     mNotifier.kind = "silent";
     takeEvents();
-}
-
-SettingsDialog* TestSettingsDialog::open(bool shown)
-{
-    mDialog.reset(new SettingsDialog());
-    if (shown) {
-        mDialog->show();
-        QTest::qWaitForWindowExposed(mDialog.get());
-    }
-    return mDialog.get();
 }
 
 void TestSettingsDialog::initialValues_data()
@@ -233,7 +223,8 @@ void TestSettingsDialog::flagControls()
     QFETCH(QString, name);
     QFETCH(QString, key);
 
-    open(true);
+    open()->show();
+    QVERIFY(QTest::qWaitForWindowExposed(mDialog.get()));
     auto* button = control<QAbstractButton>(name);
     bool on = button->isChecked();
     for (int step = 0; step < 3; ++step) {
