@@ -1,15 +1,11 @@
 #include <QtTest>
 
-#include <QCoreApplication>
-#include <QDir>
-#include <QFile>
 #include <QStandardPaths>
 
 #include "desktop/automaticstartup.h"
 #include "platform/xdgdesktopentry.h"
 
 namespace {
-
 QString autostartFolder()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/autostart");
@@ -18,11 +14,8 @@ QString autostartFolder()
 QStringList entryLines()
 {
     QFile file(autostartFolder() + QStringLiteral("/kestrelgap.desktop"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts) : QStringList();
 }
-
 } // namespace
 
 class TestAutomaticStartup : public QObject

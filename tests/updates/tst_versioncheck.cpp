@@ -43,65 +43,56 @@ void TestVersionCheck::initTestCase()
 
 void TestVersionCheck::check_data()
 {
-    QTest::addColumn<bool>("about");  // asked in the About dialog, not at sign-in
-    QTest::addColumn<HttpServer::Reply>("reply"); // status 0: nothing listens
-    QTest::addColumn<QString>("answer"); // prompt's address, "latest", the box's text, or nothing
+    QTest::addColumn<bool>("about");      // asked in the About dialog, not at sign-in
+    QTest::addColumn<QString>("server");  // version|address[|KB of blanks after], a body, or: dead, redirect, endless, silent
+    QTest::addColumn<QString>("answer");  // the prompt's address, "latest", the box's text, or nothing
     QTest::addColumn<double>("published"); // -1: the check failed
 
-    const auto json = [](const QByteArray& body, int status = 200) {
-        HttpServer::Reply reply;
-        reply.body = body;
-        reply.status = status;
-        return reply;
-    };
-    const QByteArray newer = R"({"current_version_pc": 2.90, "download_path_pc": "http://127.0.0.1/setup.run"})";
-    const QString setup = QStringLiteral("http://127.0.0.1/setup.run");
-    QTest::newRow("published above") << false << json(newer) << setup << 2.90;
-    QTest::newRow("published equal") << false << json(R"({"current_version_pc": 2.89, "download_path_pc": "x"})") << "" << 2.89;
-    QTest::newRow("published below: no downgrade") << false << json(R"({"current_version_pc": 2.88, "download_path_pc": "x"})")
-                                                   << "" << 2.88;
-    QTest::newRow("2.9 is above 2.89") << false << json(R"({"current_version_pc": 2.9, "download_path_pc": "u"})") << "u" << 2.9;
-    QTest::newRow("2.100 is below 2.89") << false << json(R"({"current_version_pc": 2.100, "download_path_pc": "u"})")
-                                         << "" << 2.1;
-    QTest::newRow("number as a text reads as 0") << false << json(R"({"current_version_pc": "9.99"})") << "" << 0.0;
-    QTest::newRow("redirect is not followed") << false << json("", 302) << "" << 0.0;
-    QTest::newRow("dead server is silent") << false << json("", 0) << "" << -1.0;
+    QTest::newRow("published above") << false << "2.90|http://127.0.0.1/setup.run" << "http://127.0.0.1/setup.run" << 2.90;
+    QTest::newRow("published equal") << false << "2.89|x" << "" << 2.89;
+    QTest::newRow("published below: no downgrade") << false << "2.88|x" << "" << 2.88;
+    QTest::newRow("2.9 is above 2.89") << false << "2.9|u" << "u" << 2.9;
+    QTest::newRow("2.100 is below 2.89") << false << "2.100|u" << "" << 2.1;
+    QTest::newRow("number as a text reads as 0") << false << R"({"current_version_pc": "9.99"})" << "" << 0.0;
+    QTest::newRow("redirect is not followed") << false << "redirect" << "" << 0.0;
+    QTest::newRow("dead server is silent") << false << "dead" << "" << -1.0;
     // Blanks after the object are valid JSON: only the size decides.
-    QTest::newRow("just under the cap") << false << json(newer + QByteArray(200 * 1024, ' ')) << setup << 2.90;
-    HttpServer::Reply endless = json(newer + QByteArray(4 * 1024 * 1024, ' '));
-    endless.contentLength = false;
-    endless.pieceSize = 64 * 1024;
-    endless.pieceIntervalMs = 5;
-    QTest::newRow("no end in sight") << false << endless << "" << -1.0;
-    QTest::newRow("announced too long") << false << json(newer + QByteArray(300 * 1024, ' ')) << "" << -1.0;
-    HttpServer::Reply silent = json(newer);
-    silent.delayAfterHeadersMs = -1;
-    QTest::newRow("headers, then silence") << false << silent << "" << -1.0;
-
-    QTest::newRow("about: up to date") << true << json(R"({"current_version_pc": 2.89, "download_path_pc": "x"})")
-                                       << "latest" << 2.89;
-    QTest::newRow("about: newer") << true << json(newer) << setup << 2.90;
-    QTest::newRow("about: unreadable claims the latest") << true << json("<html>") << "latest" << 0.0;
-    QTest::newRow("about: service down") << true << json("", 0)
+    QTest::newRow("just under the cap") << false << "2.90|u|200" << "u" << 2.90;
+    QTest::newRow("announced too long") << false << "2.90|u|300" << "" << -1.0;
+    QTest::newRow("no end in sight") << false << "endless" << "" << -1.0;
+    QTest::newRow("headers, then silence") << false << "silent" << "" << -1.0;
+    QTest::newRow("about: up to date") << true << "2.89|x" << "latest" << 2.89;
+    QTest::newRow("about: newer") << true << "2.9|u" << "u" << 2.9;
+    QTest::newRow("about: unreadable claims the latest") << true << "<html>" << "latest" << 0.0;
+    QTest::newRow("about: service down") << true << "dead"
                                          << "Unable to check version number at this time.  Please try again later." << -1.0;
 }
 
 void TestVersionCheck::check()
 {
     QFETCH(bool, about);
-    QFETCH(HttpServer::Reply, reply);
+    QFETCH(QString, server);
     QFETCH(QString, answer);
     QFETCH(double, published);
 
     mServer.clearReplies();
-    mServer.clearRequests();
     mWindow.setProperty("current_version", QVariant());
     HttpServer gone; // nothing listens on the port of a server that has gone
-    VersionCheck::setDocumentUrlForTests(reply.status ? mServer.url(path) : gone.url(path));
-    if (reply.status == 302)
+    VersionCheck::setDocumentUrlForTests(server == "dead" ? gone.url(path) : mServer.url(path));
+    HttpServer::Reply reply;
+    const QStringList fields = server.split('|');
+    reply.body = fields.size() < 2 ? server.toUtf8()
+        : QStringLiteral(R"({"current_version_pc": %1, "download_path_pc": "%2"})").arg(fields[0], fields[1]).toUtf8()
+            + QByteArray(fields.value(2).toInt() * 1024, ' ');
+    if (server == "endless" || server == "silent")
+        reply.body = QByteArray(R"({"current_version_pc": 2.90})") + QByteArray(server == "endless" ? 4 << 20 : 0, ' ');
+    reply.contentLength = server != "endless";
+    reply.pieceSize = server == "endless" ? 64 * 1024 : 0;
+    reply.pieceIntervalMs = 5;
+    reply.delayAfterHeadersMs = server == "silent" ? -1 : 0;
+    mServer.setReply(path, reply);
+    if (server == "redirect")
         mServer.serveRedirect(path, mServer.url(QStringLiteral("/newer.json")).toEncoded());
-    else
-        mServer.setReply(path, reply);
     mServer.serve(QStringLiteral("/newer.json"), R"({"current_version_pc": 9, "download_path_pc": "u"})");
 
     QStringList seen;
