@@ -41,8 +41,6 @@ public:
     bool isOpen() const { return mFile && mFile->isOpen(); }
     // The temporary file while writing, the final file once committed.
     QString path() const { return mCommitted.isEmpty() && mFile ? mFile->fileName() : mCommitted; }
-    QString intendedPath() const { return mFolder + QLatin1Char('/') + mName; }
-    qint64 written() const { return mWritten; }
     QString errorString() const { return mError; }
 
 private:

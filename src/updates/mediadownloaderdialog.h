@@ -1,22 +1,16 @@
 #pragma once
 
 #include <QDialog>
-#include <QList>
-#include <QNetworkAccessManager>
-#include <QPointer>
-#include <QSslError>
 #include <QString>
 #include <QUrl>
 
-#include "updates/downloadfile.h"
+#include "updates/downloadtransfer.h"
 
 #include <memory>
 
 class QLabel;
-class QNetworkReply;
 class QProgressBar;
 class QPushButton;
-class QTimer;
 
 namespace Ui {
 class MediaDownloaderDialog;
@@ -36,9 +30,6 @@ public:
     void setDownloadDirectory(QString downloadDirectory);
     void startDownload(QUrl url, QString fileName, QString type, bool openFile);
 
-    // Where the running or finished download is written.
-    QString downloadedPath() const;
-
 public slots:
     // Closing the dialog, by any way, ends what it is still downloading.
     void done(int result) override;
@@ -49,23 +40,18 @@ signals:
     void openDownloadedFile(QString& pathIn);
 
 private slots:
-    void downloadReadyRead();
-    void downloadFinished();
-    void downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal);
+    void downloadFinished(const QString& savedPath);
+    void downloadFailed();
+    void downloadProgress(qint64 bytesReceived, qint64 bytesTotal);
     void cancelButtonClicked();
     void openButtonClicked();
     void showButtonClicked();
-    void sslErrors(QList<QSslError> sslErrorList);
     void displayDownloadError();
     void doRetryOrDisplayError();
     void processCancel();
     void timeout();
 
 private:
-    // The disk refused the body: ends the attempt, removes the cut file and shows the error box.
-    void abandonUnwritableFile();
-    // A finished reply that brought no usable file: the retry rule, then the error box.
-    void rejectFinishedBody();
 
     std::unique_ptr<Ui::MediaDownloaderDialog> ui;
     QProgressBar* download_progress;
@@ -74,20 +60,11 @@ private:
     QPushButton* download_show;
     QPushButton* download_open;
     QLabel* download_complete;
-    QNetworkAccessManager mNetworkManager;
-    // Guarded: a retry started from downloadFinished is scheduled for deletion there while this
-    // still points at it, and the watchdog may come back to it.
-    QPointer<QNetworkReply> mCurrentDownload;
-    DownloadFile mOutput;
-    bool mDownloadCompleted;
+    DownloadTransfer mTransfer;
     QString mMediaDownloadedFilename;
     QString mMediaDownloadedPath;
     QString mDownloadDirectory;
-    long mFileSize;
     QUrl mDownloadUrl;
     QString mType;
-    int mRetryCount;
-    QTimer* timer;
-    bool mReceivedBytes;
     bool mOpenFile;
 };

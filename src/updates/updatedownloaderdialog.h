@@ -1,22 +1,16 @@
 #pragma once
 
 #include <QDialog>
-#include <QList>
-#include <QNetworkAccessManager>
-#include <QPointer>
-#include <QSslError>
 #include <QString>
 #include <QUrl>
 
-#include "updates/downloadfile.h"
+#include "updates/downloadtransfer.h"
 
 #include <memory>
 
 class QLabel;
-class QNetworkReply;
 class QProgressBar;
 class QPushButton;
-class QTimer;
 
 namespace Ui {
 class UpdateDownloaderDialog;
@@ -39,12 +33,10 @@ public slots:
     void done(int result) override;
 
 private slots:
-    void downloadReadyRead();
-    void downloadFinished();
-    void downloadProgress(qlonglong bytesReceived, qlonglong bytesTotal);
+    void downloadFinished(const QString& savedPath);
+    void downloadProgress(qint64 bytesReceived, qint64 bytesTotal);
     void cancelButtonClicked();
     void runApplicationUpdate();
-    void sslErrors(QList<QSslError> sslErrorList);
     void displayDownloadError();
     void doRetryOrDisplayError();
     void processCancel();
@@ -54,23 +46,13 @@ private slots:
 
 private:
     QString saveFileName(QUrl url);
-    QString downloadedFilePath() const;
-    // The disk refused the body: ends the attempt with the error box; a cut installer never runs.
-    void abandonUnwritableFile();
 
     std::unique_ptr<Ui::UpdateDownloaderDialog> ui;
     QProgressBar* update_download_progress_bar;
     QPushButton* update_download_cancel_button;
     QLabel* update_download_label;
-    QNetworkAccessManager mNetworkManager;
-    // Guarded: a retry started from downloadFinished is scheduled for deletion there while this
-    // still points at it, and the watchdog may come back to it.
-    QPointer<QNetworkReply> mCurrentDownload;
-    DownloadFile mOutput;
-    bool mDownloadCompleted;
+    DownloadTransfer mTransfer;
     QString mFileName;
+    QString mDownloadedPath;
     QUrl mDownloadUrl;
-    int mRetryCount;
-    QTimer* timer;
-    bool mReceivedBytes;
 };

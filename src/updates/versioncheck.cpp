@@ -87,19 +87,9 @@ double VersionCheck::getCurrentVersion() const
     return currentVersion;
 }
 
-void VersionCheck::setCurrentVersion(double value)
-{
-    currentVersion = value;
-}
-
 QString VersionCheck::getDownloadPath() const
 {
     return downloadPath;
-}
-
-void VersionCheck::setDownloadPath(const QString& value)
-{
-    downloadPath = value;
 }
 
 QString VersionCheck::getErrorMessage() const

@@ -19,9 +19,7 @@ public:
     void loadObject();
 
     double getCurrentVersion() const;
-    void setCurrentVersion(double currentVersion);
     QString getDownloadPath() const;
-    void setDownloadPath(const QString& downloadPath);
     QString getErrorMessage() const;
 
     // The version of this build, from the properties resource.

@@ -2,55 +2,28 @@
 
 #include <QComboBox>
 #include <QFileDialog>
-#include <QGraphicsWebView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
-#include <QPushButton>
 #include <QRadioButton>
 #include <QSettings>
-#include <QTranslator>
 #include <QStandardPaths>
-#include <QWebFrame>
-#include <QWebPage>
+#include <QTranslator>
 
+#include "../updates/standins.h"
 #include "core/logger.h"
-#include "core/windowholders.h"
-#include "desktop/mainwindow.h"
+#include "guifixture.h"
 #include "notifications/soundplayer.h"
 #include "platform/desktopnotifier.h"
-#include "platform/fileopener.h"
-#include "platform/osversion.h"
 #include "preferences/settingsdialog.h"
-#include "resourceinit.h"
-#include "web/indexwindow.h"
 
 namespace {
-
-const char recordingPage[] = R"(<html><script>
-  window.events = [];
-  var _gaq = { push: function (a) { window.events.push(a[2]); } }, _kmq = { push: function (a) {} };
-  function genericNativeNotificationButtonClickedCallbackHelper(json) { window.events.push('page:' + json); }
-</script></html>)";
-
-struct FakeOsVersion : OsVersionSource {
-    int code = WV_WINDOWS7;
-    int windowsVersion() override { return code; }
-    CommandOutput versionCommand(int) override { return {}; }
-};
-
 // A notification service that is there or not, and plays sounds or not.
 struct FakeNotifier : DesktopNotifier {
     QString kind = "silent";
     bool isServiceAvailable() override { return kind != "none"; }
     void show(const Notification&) override {}
     bool playsSound() override { return kind == "sounding"; }
-};
-
-struct RecordingOpener : FileOpener {
-    QStringList opened;
-    void openFile(const QString& path) override { opened << path; }
-    void showInFolder(const QString&) override {}
 };
 
 struct RecordingPlayer : SoundPlayer {
@@ -62,35 +35,6 @@ QString autostartPath()
 {
     return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + "/autostart/kestrelgap.desktop";
 }
-
-// "name=value" pairs, a value with blanks kept whole.
-QMap<QString, QString> pairs(const QStringList& list)
-{
-    QMap<QString, QString> map;
-    for (const QString& pair : list)
-        map.insert(pair.section('=', 0, 0), pair.section('=', 1));
-    return map;
-}
-
-// A control's state as text: "1"/"0" for buttons, the index for combo boxes, the text for lines.
-QString stateOf(QWidget* widget)
-{
-    if (auto* button = qobject_cast<QAbstractButton*>(widget))
-        return button->isChecked() ? "1" : "0";
-    if (auto* combo = qobject_cast<QComboBox*>(widget))
-        return QString::number(combo->currentIndex());
-    return qobject_cast<QLineEdit*>(widget)->text();
-}
-
-template <typename T>
-void answerNextModal(std::function<void(T*)> answer)
-{
-    QTimer::singleShot(0, [answer]() {
-        QTRY_VERIFY(qobject_cast<T*>(QApplication::activeModalWidget()));
-        answer(qobject_cast<T*>(QApplication::activeModalWidget()));
-    });
-}
-
 } // namespace
 
 class TestSettingsDialog : public QObject
@@ -104,111 +48,89 @@ private slots:
     void initialValues();
     void soundControls_data();
     void soundControls();
-    void noOtherSystemsWording_data();
     void noOtherSystemsWording();
     void flagControls_data();
     void flagControls();
-    void soundChoiceAndPreview();
-    void folderChooser_data();
-    void folderChooser();
-    void openLog();
-    void languageButtonHandsOverToPage();
+    void buttons();
 
 private:
     template <typename T>
-    T* control(const char* name) { return mDialog->findChild<T*>(QLatin1String(name)); }
-    QStringList takeEvents();
+    T* control(const QString& name) { return mDialog->findChild<T*>(name); }
+    SettingsDialog* open() { return (mDialog = std::make_unique<SettingsDialog>()).get(); }
+    // The analytics events the page got.
+    QStringList takeEvents() { return mGui.takeCalls().filter(QRegularExpression("^_gaq")); }
 
-    QTemporaryDir mPages;
-    MainWindow* mMainWindow = nullptr;
-    FakeOsVersion mOs;
+    GuiFixture mGui;
     FakeNotifier mNotifier;
-    RecordingOpener mOpener;
     std::unique_ptr<SettingsDialog> mDialog;
 };
 
 void TestSettingsDialog::initTestCase()
 {
-    kestrelgapInitResources();
-    OsVersionSource::setInstance(&mOs);
     DesktopNotifier::setInstance(&mNotifier);
-    FileOpener::setInstance(&mOpener);
-    QFile page(mPages.filePath("recording.html"));
-    QVERIFY(page.open(QIODevice::WriteOnly) && page.write(recordingPage) > 0);
-    page.close();
-    mMainWindow = new MainWindow();
-    QSignalSpy loaded(indexWindowHolder::get()->webView()->page(), &QWebPage::loadFinished);
-    indexWindowHolder::get()->loadUrl(QUrl::fromLocalFile(page.fileName()));
-    QTRY_VERIFY(!loaded.isEmpty() && loaded.last().first().toBool());
+    QVERIFY(mGui.start());
 }
 
 void TestSettingsDialog::init()
 {
     QSettings().clear();
     QFile::remove(autostartPath());
-    mOs.code = OsVersionSource::WV_WINDOWS7;
     mNotifier.kind = "silent";
-    mOpener.opened.clear();
     takeEvents();
-}
-
-QStringList TestSettingsDialog::takeEvents()
-{
-    QWebFrame* frame = indexWindowHolder::get()->webView()->page()->mainFrame();
-    const QStringList events = frame->evaluateJavaScript("window.events").toStringList();
-    frame->evaluateJavaScript("window.events = [];");
-    return events;
 }
 
 void TestSettingsDialog::initialValues_data()
 {
-    QTest::addColumn<QStringList>("stored");
-    QTest::addColumn<bool>("registered"); // a start-at-log-in entry exists
-    QTest::addColumn<QStringList>("shown");
+    QTest::addColumn<QStringList>("stored"); // key, value, key, value...
+    QTest::addColumn<bool>("registered");    // a start-at-log-in entry exists
+    QTest::addColumn<QString>("shown");      // the controls' states, in the order below
 
-    const QStringList defaults { "launch_app_on_os_start=0", "launch_main_window_on_start=0", "show_sender_name=0",
-        "show_sender_name_and_content=1", "show_low_battery_alerts=1", "show_full_charged_battery_alerts=1",
-        "native_notification=0", "play_notification_sound=0", "sound_selection_dropdown=0", "debug_enabled=0",
-        "debug_enabled_code=", "default_dwonload_text=" + QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0) };
-    QTest::newRow("fresh store") << QStringList() << false << defaults;
+    const QString folder = QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0);
+    QTest::newRow("fresh store") << QStringList() << false << "0 0 0 1 1 1 0 0 0 0  " + folder;
     QTest::newRow("every value away from its default")
-        << QStringList { "show-private-notifications=1", "do-not-launch-main-window-on-start=1", "show-low-bat-alerts=0",
-               "show-fully-charged-bat-alerts=0", "native-notification-setting=no-notification", "play-notification-sound=1",
-               "notification-sound=pillsbury", "pref-debug-enabled=1", "pref-debug-enabled-code= 12ab ",
-               "DefaultDownloadLocationKey=/srv/in box" }
-        << true
-        << QStringList { "launch_app_on_os_start=1", "launch_main_window_on_start=1", "show_sender_name=1",
-               "show_sender_name_and_content=0", "show_low_battery_alerts=0", "show_full_charged_battery_alerts=0",
-               "native_notification=2", "play_notification_sound=1", "sound_selection_dropdown=5", "debug_enabled=1",
-               "debug_enabled_code= 12ab ", "default_dwonload_text=/srv/in box" };
+        << QStringList { "show-private-notifications", "1", "do-not-launch-main-window-on-start", "1",
+               "show-low-bat-alerts", "0", "show-fully-charged-bat-alerts", "0", "native-notification-setting",
+               "no-notification", "play-notification-sound", "1", "notification-sound", "pillsbury",
+               "pref-debug-enabled", "1", "pref-debug-enabled-code", "12ab", "DefaultDownloadLocationKey", "/srv/in box" }
+        << true << "1 1 1 0 0 0 2 1 5 1 12ab /srv/in box";
     QTest::newRow("unknown texts read as defaults")
-        << QStringList { "show-private-notifications=yes", "show-low-bat-alerts=", "native-notification-setting=balloon",
-               "notification-sound=Ping", "pref-debug-enabled=true", "play-notification-sound=on" }
-        << false << defaults;
+        << QStringList { "show-private-notifications", "yes", "show-low-bat-alerts", "", "native-notification-setting",
+               "balloon", "notification-sound", "Ping", "pref-debug-enabled", "true", "play-notification-sound", "on" }
+        << false << "0 0 0 1 1 1 0 0 0 0  " + folder;
 }
 
 void TestSettingsDialog::initialValues()
 {
     QFETCH(QStringList, stored);
     QFETCH(bool, registered);
-    QFETCH(QStringList, shown);
+    QFETCH(QString, shown);
 
-    const QMap<QString, QString> values = pairs(stored);
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        QSettings().setValue(it.key(), it.value());
+    for (int i = 0; i < stored.size(); i += 2)
+        QSettings().setValue(stored[i], stored[i + 1]);
     if (registered) {
         QDir().mkpath(QFileInfo(autostartPath()).absolutePath());
         QFile(autostartPath()).open(QIODevice::WriteOnly);
     }
-    mDialog.reset(new SettingsDialog());
-    const QMap<QString, QString> expected = pairs(shown);
-    for (auto it = expected.cbegin(); it != expected.cend(); ++it)
-        QVERIFY2(stateOf(mDialog->findChild<QWidget*>(it.key())) == it.value(), qPrintable(it.key()));
+    open();
+    QStringList states;
+    for (const char* name : { "launch_app_on_os_start", "launch_main_window_on_start", "show_sender_name",
+             "show_sender_name_and_content", "show_low_battery_alerts", "show_full_charged_battery_alerts",
+             "native_notification", "play_notification_sound", "sound_selection_dropdown", "debug_enabled",
+             "debug_enabled_code", "default_dwonload_text" }) {
+        QWidget* widget = control<QWidget>(name);
+        if (auto* button = qobject_cast<QAbstractButton*>(widget))
+            states << QString::number(button->isChecked());
+        else if (auto* combo = qobject_cast<QComboBox*>(widget))
+            states << QString::number(combo->currentIndex());
+        else
+            states << qobject_cast<QLineEdit*>(widget)->text();
+    }
+    QCOMPARE(states.join(' '), shown);
     // Opening changes nothing and fires nothing.
     QCOMPARE(takeEvents(), QStringList());
     QCOMPARE(QFile::exists(autostartPath()), registered);
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        QCOMPARE(QSettings().value(it.key()).toString(), it.value());
+    for (int i = 0; i < stored.size(); i += 2)
+        QCOMPARE(QSettings().value(stored[i]).toString(), stored[i + 1]);
 }
 
 void TestSettingsDialog::soundControls_data()
@@ -221,10 +143,9 @@ void TestSettingsDialog::soundControls_data()
 
     const QString desktopSounds = QStringLiteral(
         "Your desktop plays the sound of its notifications.\nChange it in the desktop's notification settings.");
-    QTest::newRow("sound on") << "silent" << "1" << QList<int>() << "1111" << "\n";
     QTest::newRow("sound off") << "silent" << "0" << QList<int>() << "1110" << "\n";
-    QTest::newRow("none, then quick reply again") << "silent" << "1" << QList<int> { 2, 0 } << "1111" << "\n";
     QTest::newRow("none") << "silent" << "1" << QList<int> { 2 } << "0000" << "\n";
+    QTest::newRow("none, then quick reply again") << "silent" << "1" << QList<int> { 2, 0 } << "1111" << "\n";
     QTest::newRow("desktop's, silent service: ours sound") << "silent" << "1" << QList<int> { 1 } << "1111" << "\n";
     QTest::newRow("desktop's, no service: Qt's balloon") << "none" << "1" << QList<int> { 1 } << "1111" << "\n";
     QTest::newRow("desktop's, service sounds") << "sounding" << "1" << QList<int> { 1 } << "1100" << desktopSounds;
@@ -241,7 +162,7 @@ void TestSettingsDialog::soundControls()
 
     mNotifier.kind = service;
     QSettings().setValue("play-notification-sound", sound);
-    mDialog.reset(new SettingsDialog());
+    open();
     const QStringList values = { "quick-reply-notification", "native-notification", "no-notification" };
     for (int index : choices) {
         control<QComboBox>("native_notification")->setCurrentIndex(index);
@@ -249,49 +170,38 @@ void TestSettingsDialog::soundControls()
     }
     QString seen;
     for (const char* name : { "show_low_battery_alerts", "show_full_charged_battery_alerts", "play_notification_sound",
-             "sound_selection_dropdown" })
+             "sound_selection_dropdown", "sound_selection_preview_button" })
         seen += control<QWidget>(name)->isEnabled() ? '1' : '0';
-    QCOMPARE(seen, enabled);
-    QCOMPARE(control<QPushButton>("sound_selection_preview_button")->isEnabled(), enabled.endsWith('1'));
-    auto* hintLabel = control<QLabel>("win10SoundHintLabel");
-    QCOMPARE(hintLabel ? hintLabel->text() : QString(), hint);
+    QCOMPARE(seen, enabled + enabled.right(1));
+    QCOMPARE(control<QLabel>("win10SoundHintLabel")->text(), hint);
 }
 
-void TestSettingsDialog::noOtherSystemsWording_data()
-{
-    QTest::addColumn<QString>("language");
-    QTest::newRow("English") << "";
-    QTest::newRow("French") << "fr";
-    QTest::newRow("Spanish") << "es";
-}
-
-// Every text the dialog can show, the sound hint in both its states included.
+// Every text the dialog can show, in each language, the sound hint in both its states included.
 void TestSettingsDialog::noOtherSystemsWording()
 {
-    QFETCH(QString, language);
-
-    QTranslator translator;
-    QVERIFY(language.isEmpty() || translator.load("kestrelgap_" + language, ":/translations"));
-    QCoreApplication::installTranslator(&translator);
-    QStringList texts;
-    for (const char* service : { "silent", "sounding" }) {
-        mNotifier.kind = service;
-        QSettings().setValue("native-notification-setting", "native-notification");
-        mDialog.reset(new SettingsDialog());
-        for (QWidget* widget : mDialog->findChildren<QWidget*>()) {
-            if (auto* label = qobject_cast<QLabel*>(widget))
-                texts << label->text() << label->toolTip();
-            else if (auto* button = qobject_cast<QAbstractButton*>(widget))
-                texts << button->text();
-            else if (auto* combo = qobject_cast<QComboBox*>(widget))
-                for (int i = 0; i < combo->count(); ++i)
-                    texts << combo->itemText(i);
+    const QRegularExpression otherSystems("Windows|Taskbar|Control Panel|\\bMac\\b|barre des t|Panneau de config"
+                                          "|barra de tareas|Panel de control", QRegularExpression::CaseInsensitiveOption);
+    QSettings().setValue("native-notification-setting", "native-notification");
+    for (const QString language : { "", "fr", "es" }) {
+        QTranslator translator;
+        QVERIFY(language.isEmpty() || translator.load("kestrelgap_" + language, ":/translations"));
+        QCoreApplication::installTranslator(&translator);
+        QStringList texts;
+        for (const char* service : { "silent", "sounding" }) {
+            mNotifier.kind = service;
+            for (QWidget* widget : open()->findChildren<QWidget*>()) {
+                if (auto* label = qobject_cast<QLabel*>(widget))
+                    texts << label->text() << label->toolTip();
+                else if (auto* button = qobject_cast<QAbstractButton*>(widget))
+                    texts << button->text();
+                else if (auto* combo = qobject_cast<QComboBox*>(widget))
+                    for (int i = 0; i < combo->count(); ++i)
+                        texts << combo->itemText(i);
+            }
         }
+        QCoreApplication::removeTranslator(&translator);
+        QCOMPARE(texts.filter(otherSystems), QStringList());
     }
-    QCoreApplication::removeTranslator(&translator);
-    const QRegularExpression otherSystems("Windows|Taskbar|Control Panel|\\bMac\\b|barre des t|Panneau de config|barra de tareas"
-                                          "|Panel de control", QRegularExpression::CaseInsensitiveOption);
-    QCOMPARE(texts.filter(otherSystems), QStringList());
 }
 
 void TestSettingsDialog::flagControls_data()
@@ -313,10 +223,9 @@ void TestSettingsDialog::flagControls()
     QFETCH(QString, name);
     QFETCH(QString, key);
 
-    mDialog.reset(new SettingsDialog());
-    mDialog->show();
+    open()->show();
     QVERIFY(QTest::qWaitForWindowExposed(mDialog.get()));
-    auto* button = mDialog->findChild<QAbstractButton*>(name);
+    auto* button = control<QAbstractButton>(name);
     bool on = button->isChecked();
     for (int step = 0; step < 3; ++step) {
         on = !on;
@@ -334,77 +243,56 @@ void TestSettingsDialog::flagControls()
     QCOMPARE(takeEvents().size(), 3);
 }
 
-void TestSettingsDialog::soundChoiceAndPreview()
+void TestSettingsDialog::buttons()
 {
     RecordingPlayer player;
     SoundPlayer::setInstance(&player);
     QSettings().setValue("play-notification-sound", "1");
-    mDialog.reset(new SettingsDialog());
-    auto* dropdown = control<QComboBox>("sound_selection_dropdown");
-    const QStringList labels = { "ping", "spring", "tink", "yeah", "pillsbury", "default" };
-    const QStringList files = { "ping", "spring", "tink", "yeah", "pillsbury", "proxima" };
-    for (int i = 0; i < labels.size(); ++i) {
-        dropdown->setCurrentIndex((i + 1) % dropdown->count());
-        QCOMPARE(QSettings().value("notification-sound").toString(), labels.at(i));
-        // The preview sounds the shown choice, whatever the store says.
-        QSettings().setValue("notification-sound", "ping");
+    QSettings().setValue("DefaultDownloadLocationKey", QDir::tempPath());
+    auto* dropdown = open()->findChild<QComboBox*>("sound_selection_dropdown");
+    // The preview sounds the shown choice, whatever the store says.
+    for (int i = 1; i <= 6; ++i) {
+        dropdown->setCurrentIndex(i % 6);
         QTest::mouseClick(control<QPushButton>("sound_selection_preview_button"), Qt::LeftButton);
-        QCOMPARE(player.played.value(i), ":/sounds/sounds/" + files.at(i) + ".wav");
+        player.played.last() += '=' + QSettings().value("notification-sound").toString();
+        QSettings().setValue("notification-sound", "ping");
     }
     SoundPlayer::setInstance(nullptr);
-}
+    QCOMPARE(player.played.join(' ').remove(":/sounds/sounds/"), "ping.wav=ping spring.wav=spring tink.wav=tink yeah.wav=yeah "
+                                                                 "pillsbury.wav=pillsbury proxima.wav=default");
 
-void TestSettingsDialog::folderChooser_data()
-{
-    QTest::addColumn<bool>("chosen");
-    QTest::newRow("another folder") << true;
-    QTest::newRow("cancelled: empty folder stored") << false;
-}
+    // A folder chosen, then the chooser cancelled: an empty folder is stored.
+    QTemporaryDir other;
+    for (const QString& chosen : { other.path(), QString() }) {
+        ModalAnswer<QFileDialog> answer([chosen](QFileDialog* dialog) {
+            dialog->setDirectory(chosen);
+            QMetaObject::invokeMethod(dialog, chosen.isEmpty() ? "reject" : "accept");
+        });
+        QTest::mouseClick(control<QPushButton>("default_download_button"), Qt::LeftButton);
+        QCOMPARE(control<QLineEdit>("default_dwonload_text")->text(), chosen);
+        QCOMPARE(QSettings().value("DefaultDownloadLocationKey").toString(), chosen);
+    }
 
-void TestSettingsDialog::folderChooser()
-{
-    QFETCH(bool, chosen);
-
-    QTemporaryDir current, other;
-    QSettings().setValue("DefaultDownloadLocationKey", current.path());
-    mDialog.reset(new SettingsDialog());
-    const QString expected = chosen ? other.path() : QString();
-    answerNextModal<QFileDialog>([expected](QFileDialog* dialog) {
-        dialog->setDirectory(expected);
-        QMetaObject::invokeMethod(dialog, expected.isEmpty() ? "reject" : "accept");
-    });
-    QTest::mouseClick(control<QPushButton>("default_download_button"), Qt::LeftButton);
-    QCOMPARE(control<QLineEdit>("default_dwonload_text")->text(), expected);
-    QCOMPARE(QSettings().value("DefaultDownloadLocationKey").toString(), expected);
-}
-
-void TestSettingsDialog::openLog()
-{
-    const QString path = Logger::logFilePath();
-    QFile::remove(path);
-    mDialog.reset(new SettingsDialog());
+    const QString log = Logger::logFilePath();
+    QFile::remove(log);
+    RecordingFileOpener opener;
     QString boxText;
-    answerNextModal<QMessageBox>([&boxText](QMessageBox* box) {
-        boxText = box->text();
-        box->accept();
+    ModalAnswer<QMessageBox> box([&boxText](QMessageBox* shown) {
+        boxText = shown->text();
+        shown->accept();
     });
     QTest::mouseClick(control<QPushButton>("send_debug_log"), Qt::LeftButton);
     QCOMPARE(boxText, QStringLiteral("No log file found."));
-
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile log(path);
-    QVERIFY(log.open(QIODevice::WriteOnly));
+    QDir().mkpath(QFileInfo(log).absolutePath());
+    QVERIFY(QFile(log).open(QIODevice::WriteOnly));
     QTest::mouseClick(control<QPushButton>("send_debug_log"), Qt::LeftButton);
-    QCOMPARE(mOpener.opened, QStringList { path });
-}
+    QCOMPARE(opener.opened, QStringList { log });
 
-void TestSettingsDialog::languageButtonHandsOverToPage()
-{
-    mDialog.reset(new SettingsDialog());
+    // The language is the page's to choose.
     mDialog->show();
-    QVERIFY(QTest::qWaitForWindowExposed(mDialog.get()));
     QTest::mouseClick(control<QPushButton>("set_language"), Qt::LeftButton);
-    QCOMPARE(takeEvents().value(0), QStringLiteral("page:{\"button_action\":\"change_lang_setting\"}"));
+    QCOMPARE(mGui.takeCalls().filter("Helper"),
+        QStringList { "genericNativeNotificationButtonClickedCallbackHelper {\"button_action\":\"change_lang_setting\"}" });
     QVERIFY(!mDialog->isVisible());
 }
 

@@ -3,7 +3,6 @@
 // as the script does once the installer is done, it leaves a mark in $HANDOVER_RESTARTED.
 #include <QCoreApplication>
 #include <QFile>
-#include <QStringList>
 #include <QTimer>
 
 #include <cstdio>

@@ -22,8 +22,7 @@ struct RecordingFileOpener : FileOpener {
     QStringList opened, shown;
 };
 
-// Records the hand-over and the installer as it stood then. The real script would end the process;
-// here the dialog that handed over is closed instead, so the test can go on.
+// Records the hand-over and the installer as it stood then; closes the dialog instead of the process.
 struct RecordingHandOver : UpdateHandOver {
     RecordingHandOver() { UpdateHandOver::setInstance(this); }
     ~RecordingHandOver() override { UpdateHandOver::setInstance(nullptr); }
@@ -36,12 +35,12 @@ struct RecordingHandOver : UpdateHandOver {
         QMetaObject::invokeMethod(owner, "reject", Qt::QueuedConnection);
     }
     QString refusal(const QString&) const override { return refused; }
-    QString refused; // what the system would say against the installer
+    QString refused;
     QStringList arguments;
     QByteArray installerContent;
 };
 
-// Answers each new visible modal dialog of one type, from inside its own event loop. Lives for one test.
+// Answers each new visible modal dialog of one type, from inside its own event loop.
 template <typename Dialog>
 class ModalAnswer
 {
@@ -64,59 +63,17 @@ private:
     QList<QPointer<QWidget>> mSeen;
 };
 
-namespace Replies {
-inline HttpServer::Reply whole(const QByteArray& body, bool withLength = true)
-{
-    HttpServer::Reply reply;
-    reply.body = body;
-    reply.contentLength = withLength;
-    return reply;
-}
-inline HttpServer::Reply slowly(const QByteArray& body, int pieceSize, int intervalMs, bool withLength = true)
-{
-    HttpServer::Reply reply = whole(body, withLength);
-    reply.pieceSize = pieceSize;
-    reply.pieceIntervalMs = intervalMs;
-    return reply;
-}
-inline HttpServer::Reply status(int code)
-{
-    HttpServer::Reply reply = whole("failed");
-    reply.status = code;
-    return reply;
-}
-inline HttpServer::Reply cutShort(const QByteArray& body, int bytes)
-{
-    HttpServer::Reply reply = whole(body);
-    reply.dropAfterBodyBytes = bytes;
-    return reply;
-}
-inline HttpServer::Reply stall()
-{
-    HttpServer::Reply reply;
-    reply.delayBeforeHeadersMs = -1;
-    return reply;
-}
-// A real network's round trip: a retry started from a failure is dropped with the failed reply
-// (deleteLater) before its answer comes. A loopback answer could otherwise beat the deletion.
-inline HttpServer::Reply afterRoundTrip(HttpServer::Reply reply)
-{
-    reply.delayBeforeHeadersMs = 150;
-    return reply;
-}
-} // namespace Replies
-
 inline QPushButton* buttonWithText(QWidget* dialog, const QString& text)
 {
     for (QPushButton* button : dialog->findChildren<QPushButton*>()) {
-        if (button->text().remove(QLatin1Char('&')) == text)
+        if (button->text().remove(QLatin1Char('&')).trimmed() == text)
             return button;
     }
     return nullptr;
 }
 
-// Runs a call that opens modal dialogs; whatever is still open after 20 s is closed, so a dialog
-// that never ends fails the test instead of hanging it. True when nothing had to be closed.
+// Runs a call that opens modal dialogs; what is still open after 20 s is closed, so a dialog that
+// never ends fails the test instead of hanging it. True when nothing had to be closed.
 template <typename Call>
 bool runModal(Call call)
 {

@@ -3,7 +3,6 @@
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDesktopServices>
-#include <QTemporaryDir>
 
 #include "platform/fileopener.h"
 
@@ -11,24 +10,17 @@ namespace {
 const QString serviceName = QStringLiteral("org.freedesktop.FileManager1");
 }
 
-// Stand in for the desktop's file manager on the session bus, and its program for file URLs.
-class FakeFileManager : public QObject
+// Stands in for the desktop's file manager on the session bus, and for its program for file URLs.
+class FakeDesktop : public QObject
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
 public slots:
-    void ShowItems(const QStringList& uris, const QString&) { shown.append(uris); }
-public:
-    QList<QStringList> shown;
-};
+    void ShowItems(const QStringList& uris, const QString&) { asked << "selected " + uris.join(','); }
+    void open(const QUrl& url) { asked << "opened " + url.toString(QUrl::FullyEncoded); }
 
-class UrlRecorder : public QObject
-{
-    Q_OBJECT
-public slots:
-    void open(const QUrl& url) { opened.append(url); }
 public:
-    QList<QUrl> opened;
+    QStringList asked;
 };
 
 class TestFileOpener : public QObject
@@ -36,69 +28,49 @@ class TestFileOpener : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void init();
     void cleanupTestCase() { QDesktopServices::unsetUrlHandler(QStringLiteral("file")); }
-    void showInFolder_data();
-    void showInFolder();
-    void openFileUsesTheAssociatedProgram();
+    void action_data();
+    void action();
 
 private:
-    UrlRecorder mRecorder;
-    FakeFileManager mFileManager;
-    QTemporaryDir mDir;
+    FakeDesktop mDesktop;
 };
 
 void TestFileOpener::initTestCase()
 {
     QVERIFY2(QDBusConnection::sessionBus().isConnected(), "needs the private desktop's session bus");
     QVERIFY(QDBusConnection::sessionBus().registerObject(
-        QStringLiteral("/org/freedesktop/FileManager1"), &mFileManager, QDBusConnection::ExportAllSlots));
-    QDesktopServices::setUrlHandler(QStringLiteral("file"), &mRecorder, "open");
+        QStringLiteral("/org/freedesktop/FileManager1"), &mDesktop, QDBusConnection::ExportAllSlots));
+    QDesktopServices::setUrlHandler(QStringLiteral("file"), &mDesktop, "open");
 }
 
-
-void TestFileOpener::init()
+void TestFileOpener::action_data()
 {
-    mRecorder.opened.clear();
-    mFileManager.shown.clear();
+    QTest::addColumn<QString>("action"); // show, show without a file manager, open
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("asked");
+
+    QTest::newRow("file manager selects the file") << "show" << QStringLiteral("/tmp/my photo \u00e9t\u00e9.jpg")
+                                                   << "selected file:///tmp/my%20photo%20%C3%A9t%C3%A9.jpg";
+    QTest::newRow("no file manager: the folder opens") << "show bare" << "/tmp/d/my photo #1.jpg" << "opened file:///tmp/d";
+    QTest::newRow("open with the associated program") << "open" << "/tmp/clip #2.mp4" << "opened file:///tmp/clip%20%232.mp4";
+}
+
+void TestFileOpener::action()
+{
+    QFETCH(QString, action);
+    QFETCH(QString, path);
+    QFETCH(QString, asked);
+
+    mDesktop.asked.clear();
     QDBusConnection::sessionBus().unregisterService(serviceName);
-}
-
-void TestFileOpener::showInFolder_data()
-{
-    QTest::addColumn<bool>("fileManager");
-    QTest::addColumn<QString>("name");
-
-    QTest::newRow("file manager selects the file, blanks and accents encoded") << true << "my photo \u00e9t\u00e9.jpg";
-    QTest::newRow("no file manager: the folder opens") << false << "my photo #1.jpg";
-}
-
-void TestFileOpener::showInFolder()
-{
-    QFETCH(bool, fileManager);
-    QFETCH(QString, name);
-
-    if (fileManager)
+    if (action == "show")
         QVERIFY(QDBusConnection::sessionBus().registerService(serviceName));
-    const QString path = mDir.filePath(name);
-    FileOpener::instance()->showInFolder(path);
-
-    if (fileManager) {
-        QTRY_COMPARE(mFileManager.shown.size(), 1);
-        QCOMPARE(mFileManager.shown.first(), QStringList { QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded) });
-        QVERIFY(mRecorder.opened.isEmpty());
-    } else {
-        QTRY_COMPARE(mRecorder.opened.size(), 1);
-        QCOMPARE(mRecorder.opened.first(), QUrl::fromLocalFile(mDir.path()));
-        QVERIFY(mFileManager.shown.isEmpty());
-    }
-}
-
-void TestFileOpener::openFileUsesTheAssociatedProgram()
-{
-    const QString path = mDir.filePath(QStringLiteral("clip #2.mp4"));
-    FileOpener::instance()->openFile(path);
-    QCOMPARE(mRecorder.opened, QList<QUrl> { QUrl::fromLocalFile(path) });
+    if (action == "open")
+        FileOpener::instance()->openFile(path);
+    else
+        FileOpener::instance()->showInFolder(path);
+    QTRY_COMPARE(mDesktop.asked, QStringList { asked });
 }
 
 QTEST_MAIN(TestFileOpener)

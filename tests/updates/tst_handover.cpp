@@ -5,7 +5,6 @@
 #include "stagedfolder.h"
 
 namespace {
-
 // Prints a good deal first: its output pipes lead to the killed client.
 const char installerScript[] = R"(#!/bin/sh
 i=0
@@ -14,10 +13,7 @@ while [ $i -lt 200 ]; do echo "installing step $i"; echo "warning $i" >&2; i=$((
 )";
 
 // Stands in for the desktop's privilege prompt: records what it was asked to run, answers as told.
-const char promptScript[] = R"(#!/bin/sh
-echo "$@" > "$(dirname "$0")/asked.txt"
-exit %1
-)";
+const char promptScript[] = "#!/bin/sh\necho \"$@\" > \"$(dirname \"$0\")/asked.txt\"\nexit %1\n";
 
 QByteArray contentOf(const QString& path)
 {
@@ -25,101 +21,73 @@ QByteArray contentOf(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-bool writeFile(const QString& path, const QByteArray& content, bool executable = false)
+bool writeFile(const QString& path, const QByteArray& content, QFileDevice::Permissions extra = {})
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
-        return false;
-    file.close();
-    return !executable || file.setPermissions(file.permissions() | QFileDevice::ExeOwner);
+    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size()
+        && file.setPermissions(file.permissions() | extra);
 }
-
 } // namespace
 
+// The hand-over script, driven by a stand-in client that starts it with its own process id.
 class TestHandOver : public QObject
 {
     Q_OBJECT
 private slots:
-    void scriptKillsTheClientAndRunsTheInstaller();
-    void debianPackage_data();
-    void debianPackage();
+    void handOver_data();
+    void handOver();
 };
 
-// Blanks in the download folder and the volume must survive the script's quoting.
-void TestHandOver::scriptKillsTheClientAndRunsTheInstaller()
+void TestHandOver::handOver_data()
 {
-    const QString folderName = QStringLiteral("My Downloads"), volume = QStringLiteral("Kestrelgap Setup");
-    const QString programFolder = StagedFolder::path();
-    QVERIFY2(QFile::exists(programFolder + QStringLiteral("/install_update.sh")), qPrintable(programFolder));
-
-    QTemporaryDir dir;
-    QVERIFY(QDir(dir.path()).mkpath(folderName));
-    const QString installer = dir.filePath(folderName + QStringLiteral("/setup.run"));
-    QVERIFY(writeFile(installer, installerScript));
-    // Downloads arrive without the execute bit.
-    QVERIFY(!(QFile(installer).permissions() & QFileDevice::ExeUser));
-
-    QProcess client;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("HANDOVER_RESTARTED"), dir.filePath(QStringLiteral("restarted")));
-    client.setProcessEnvironment(environment);
-    client.start(QStringLiteral(HANDOVER_CLIENT), { programFolder, installer, volume });
-    QVERIFY(client.waitForStarted());
-    QVERIFY(client.waitForFinished(15000));
-    QCOMPARE(client.exitStatus(), QProcess::CrashExit);
-
-    const QString marker = dir.filePath(folderName + QStringLiteral("/marker.txt"));
-    QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(marker).size() > 0, 10000);
-    // The installer runs from the program folder, with no arguments of its own.
-    QCOMPARE(QString::fromLocal8Bit(contentOf(marker)), QDir(programFolder).canonicalPath() + QStringLiteral("\n0\n"));
-    QVERIFY(QFile(installer).permissions() & QFileDevice::ExeUser);
-    // Once the installer is done, the client is started again.
-    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir.filePath(QStringLiteral("restarted"))), 10000);
-}
-
-void TestHandOver::debianPackage_data()
-{
+    QTest::addColumn<QString>("installer");
     QTest::addColumn<int>("promptExit");
-    QTest::addColumn<bool>("installed");
+    QTest::addColumn<bool>("restarted"); // false: the client stays and says so
 
-    QTest::newRow("installed") << 0 << true;
-    QTest::newRow("prompt dismissed") << 126 << false;
-    QTest::newRow("package broken") << 100 << false;
+    // Blanks in the download folder and the volume must survive the script's quoting.
+    QTest::newRow("installer program") << "My Downloads/setup.run" << 0 << true;
+    QTest::newRow("package installed") << "kestrelgap_2.90_amd64.deb" << 0 << true;
+    QTest::newRow("package: prompt dismissed") << "kestrelgap_2.90_amd64.deb" << 126 << false;
 }
 
-// A package goes to the system's installer behind the privilege prompt while the client runs;
-// the client stops and comes back only once the package is in, and otherwise stays and says so.
-void TestHandOver::debianPackage()
+void TestHandOver::handOver()
 {
+    QFETCH(QString, installer);
     QFETCH(int, promptExit);
-    QFETCH(bool, installed);
+    QFETCH(bool, restarted);
 
     QTemporaryDir dir;
-    QVERIFY(QDir(dir.path()).mkpath(QStringLiteral("bin")));
-    QVERIFY(writeFile(dir.filePath(QStringLiteral("bin/pkexec")), QByteArray(promptScript).replace("%1", QByteArray::number(promptExit)), true));
-    const QString package = dir.filePath(QStringLiteral("kestrelgap_2.90_amd64.deb"));
-    QVERIFY(writeFile(package, "!<arch>\ndebian-binary"));
+    QVERIFY(QDir(dir.path()).mkpath("bin") && QDir(dir.path()).mkpath("My Downloads"));
+    QVERIFY(writeFile(dir.filePath("bin/pkexec"), QByteArray(promptScript).replace("%1", QByteArray::number(promptExit)),
+        QFileDevice::ExeOwner));
+    // Downloads arrive without the execute bit.
+    const bool package = installer.endsWith(".deb");
+    const QString path = dir.filePath(installer);
+    QVERIFY(writeFile(path, package ? "!<arch>\ndebian-binary" : installerScript));
 
     QProcess client;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("PATH"), dir.filePath(QStringLiteral("bin:")) + environment.value(QStringLiteral("PATH")));
-    environment.insert(QStringLiteral("HANDOVER_RESTARTED"), dir.filePath(QStringLiteral("restarted")));
+    environment.insert("PATH", dir.filePath("bin:") + environment.value("PATH"));
+    environment.insert("HANDOVER_RESTARTED", dir.filePath("restarted"));
     client.setProcessEnvironment(environment);
-    client.start(QStringLiteral(HANDOVER_CLIENT), { StagedFolder::path(), package, QStringLiteral("kestrelgap2.90amd64") });
-    QVERIFY(client.waitForStarted());
+    client.start(QStringLiteral(HANDOVER_CLIENT), { StagedFolder::path(), path, "Kestrelgap Setup" });
     QVERIFY(client.waitForFinished(15000));
 
-    QCOMPARE(QString::fromUtf8(contentOf(dir.filePath(QStringLiteral("bin/asked.txt")))),
-        QStringLiteral("apt-get install -y ") + package + QLatin1Char('\n'));
-    if (installed) {
-        QCOMPARE(client.exitStatus(), QProcess::CrashExit);
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir.filePath(QStringLiteral("restarted"))), 10000);
+    if (package) {
+        QCOMPARE(QString::fromUtf8(contentOf(dir.filePath("bin/asked.txt"))), "apt-get install -y " + path + '\n');
     } else {
-        // Still running when the script gave up: the client tells the user and lives on.
-        QCOMPARE(client.exitStatus(), QProcess::NormalExit);
+        const QString marker = dir.filePath("My Downloads/marker.txt");
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(marker).size() > 0, 10000);
+        // Run from the program folder, with no arguments of its own.
+        QCOMPARE(QString::fromLocal8Bit(contentOf(marker)), QDir(StagedFolder::path()).canonicalPath() + "\n0\n");
+    }
+    if (restarted) {
+        QCOMPARE(client.exitStatus(), QProcess::CrashExit);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(dir.filePath("restarted")), 10000);
+    } else {
         QCOMPARE(client.exitCode(), 4);
         QVERIFY(client.readAllStandardOutput().startsWith("refused: The update could not be installed."));
-        QVERIFY(!QFile::exists(dir.filePath(QStringLiteral("restarted"))));
+        QVERIFY(!QFile::exists(dir.filePath("restarted")));
     }
 }
 

@@ -1,10 +1,14 @@
 #include <QtTest>
 
+#include <QMessageBox>
+
 #include "core/windowholders.h"
-#include "standins.h"
+#include "preferences/aboutdialog.h"
 #include "resourceinit.h"
+#include "standins.h"
 #include "updates/confirmdownloadupdate.h"
 #include "updates/documentlimits.h"
+#include "updates/latestinstalleddialog.h"
 #include "updates/versioncheck.h"
 #include "web/indexwindow.h"
 
@@ -12,18 +16,17 @@ namespace {
 const QString path = QStringLiteral("/prod-assets/desktop-client/versioncheck.json");
 }
 
-// What a sign-in's version check makes of the published document.
+// What a sign-in's check and the About dialog's "Check for updates" make of the published document;
+// this build is 2.89.
 class TestVersionCheck : public QObject
 {
     Q_OBJECT
 private slots:
     void initTestCase();
     void cleanupTestCase() { VersionCheck::setDocumentUrlForTests(QUrl()); }
-    void signedInReport_data();
-    void signedInReport();
+    void check_data();
+    void check();
     void signOutStartsNoCheck();
-    void hostileDocument_data();
-    void hostileDocument();
 
 private:
     HttpServer mServer;
@@ -35,122 +38,99 @@ void TestVersionCheck::initTestCase()
     kestrelgapInitResources();
     QVERIFY(mServer.listen());
     indexWindowHolder::set(&mWindow);
-    QCOMPARE(VersionCheck::installedVersion(), 2.89);
+    DocumentLimits::setTimeoutMsForTests(1500);
 }
 
-void TestVersionCheck::signedInReport_data()
+void TestVersionCheck::check_data()
 {
-    QTest::addColumn<int>("status");
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("error");
-    QTest::addColumn<double>("published");
-    QTest::addColumn<QString>("promptUrl"); // null: no prompt
+    QTest::addColumn<bool>("about");      // asked in the About dialog, not at sign-in
+    QTest::addColumn<QString>("server");  // version|address[|KB of blanks after], a body, or: dead, redirect, endless, silent
+    QTest::addColumn<QString>("answer");  // the prompt's address, "latest", the box's text, or nothing
+    QTest::addColumn<double>("published"); // -1: the check failed
 
-    const QString setup = QStringLiteral("http://127.0.0.1/dl/setup-2.90.run");
-    QTest::newRow("published above") << 200 << QByteArray(R"({"current_version_pc": 2.90, "download_path_pc": ")"
-        + setup.toUtf8() + "\"}") << false << 2.90 << setup;
-    QTest::newRow("published equal") << 200 << QByteArray(R"({"current_version_pc": 2.89, "download_path_pc": "x"})")
-                                     << false << 2.89 << QString();
-    QTest::newRow("published below: no downgrade") << 200 << QByteArray(R"({"current_version_pc": 2.88})") << false
-                                                   << 2.88 << QString();
-    QTest::newRow("2.9 is above 2.89") << 200 << QByteArray(R"({"current_version_pc": 2.9, "download_path_pc": "u"})")
-                                       << false << 2.9 << QStringLiteral("u");
-    QTest::newRow("2.100 is below 2.89") << 200 << QByteArray(R"({"current_version_pc": 2.100})") << false << 2.1
-                                         << QString();
-    QTest::newRow("path not a text: prompt with empty URL")
-        << 200 << QByteArray(R"({"current_version_pc": 3, "download_path_pc": 7})") << false << 3.0 << QString("");
-    QTest::newRow("number as a text reads as 0") << 200 << QByteArray(R"({"current_version_pc": "9.99"})") << false
-                                                 << 0.0 << QString();
-    QTest::newRow("unparsable body") << 200 << QByteArray("<html>oops") << false << 0.0 << QString();
-    QTest::newRow("redirect is not followed") << 302 << QByteArray() << false << 0.0 << QString();
-    QTest::newRow("not found is silent") << 404 << QByteArray(R"({"current_version_pc": 9})") << true << 0.0 << QString();
-    QTest::newRow("dead server is silent") << 0 << QByteArray() << true << 0.0 << QString();
+    QTest::newRow("published above") << false << "2.90|http://127.0.0.1/setup.run" << "http://127.0.0.1/setup.run" << 2.90;
+    QTest::newRow("published equal") << false << "2.89|x" << "" << 2.89;
+    QTest::newRow("published below: no downgrade") << false << "2.88|x" << "" << 2.88;
+    QTest::newRow("2.9 is above 2.89") << false << "2.9|u" << "u" << 2.9;
+    QTest::newRow("2.100 is below 2.89") << false << "2.100|u" << "" << 2.1;
+    QTest::newRow("number as a text reads as 0") << false << R"({"current_version_pc": "9.99"})" << "" << 0.0;
+    QTest::newRow("redirect is not followed") << false << "redirect" << "" << 0.0;
+    QTest::newRow("dead server is silent") << false << "dead" << "" << -1.0;
+    // Blanks after the object are valid JSON: only the size decides.
+    QTest::newRow("just under the cap") << false << "2.90|u|200" << "u" << 2.90;
+    QTest::newRow("announced too long") << false << "2.90|u|300" << "" << -1.0;
+    QTest::newRow("no end in sight") << false << "endless" << "" << -1.0;
+    QTest::newRow("headers, then silence") << false << "silent" << "" << -1.0;
+    QTest::newRow("about: up to date") << true << "2.89|x" << "latest" << 2.89;
+    QTest::newRow("about: newer") << true << "2.9|u" << "u" << 2.9;
+    QTest::newRow("about: unreadable claims the latest") << true << "<html>" << "latest" << 0.0;
+    QTest::newRow("about: service down") << true << "dead"
+                                         << "Unable to check version number at this time.  Please try again later." << -1.0;
 }
 
-void TestVersionCheck::signedInReport()
+void TestVersionCheck::check()
 {
-    QFETCH(int, status);
-    QFETCH(QByteArray, body);
-    QFETCH(bool, error);
+    QFETCH(bool, about);
+    QFETCH(QString, server);
+    QFETCH(QString, answer);
     QFETCH(double, published);
-    QFETCH(QString, promptUrl);
 
     mServer.clearReplies();
-    mServer.clearRequests();
     mWindow.setProperty("current_version", QVariant());
-    mWindow.setProperty("download_path", QVariant());
     HttpServer gone; // nothing listens on the port of a server that has gone
-    VersionCheck::setDocumentUrlForTests(status ? mServer.url(path) : gone.url(path));
-    if (status == 302) {
-        mServer.serve(QStringLiteral("/newer.json"), R"({"current_version_pc": 9, "download_path_pc": "u"})");
+    VersionCheck::setDocumentUrlForTests(server == "dead" ? gone.url(path) : mServer.url(path));
+    HttpServer::Reply reply;
+    const QStringList fields = server.split('|');
+    reply.body = fields.size() < 2 ? server.toUtf8()
+        : QStringLiteral(R"({"current_version_pc": %1, "download_path_pc": "%2"})").arg(fields[0], fields[1]).toUtf8()
+            + QByteArray(fields.value(2).toInt() * 1024, ' ');
+    if (server == "endless" || server == "silent")
+        reply.body = QByteArray(R"({"current_version_pc": 2.90})") + QByteArray(server == "endless" ? 4 << 20 : 0, ' ');
+    reply.contentLength = server != "endless";
+    reply.pieceSize = server == "endless" ? 64 * 1024 : 0;
+    reply.pieceIntervalMs = 5;
+    reply.delayAfterHeadersMs = server == "silent" ? -1 : 0;
+    mServer.setReply(path, reply);
+    if (server == "redirect")
         mServer.serveRedirect(path, mServer.url(QStringLiteral("/newer.json")).toEncoded());
-    } else {
-        mServer.serve(path, body, "application/json", status);
-    }
-    QStringList promptUrls;
-    ModalAnswer<ConfirmDownloadUpdate> later([&](ConfirmDownloadUpdate* prompt) {
-        promptUrls.append(prompt->downloadUrl());
-        buttonWithText(prompt, QStringLiteral("I'll do this later"))->click();
+    mServer.serve(QStringLiteral("/newer.json"), R"({"current_version_pc": 9, "download_path_pc": "u"})");
+
+    QStringList seen;
+    ModalAnswer<ConfirmDownloadUpdate> prompt([&](ConfirmDownloadUpdate* dialog) {
+        seen << dialog->downloadUrl();
+        buttonWithText(dialog, QStringLiteral("I'll do this later"))->click();
     });
-    mWindow.updateClientLoginStateForMenuItems(true);
-    QPointer<VersionCheck> check = mWindow.findChildren<VersionCheck*>(QString(), Qt::FindDirectChildrenOnly).value(0);
+    ModalAnswer<LatestInstalledDialog> latest([&](LatestInstalledDialog* dialog) {
+        seen << "latest";
+        dialog->reject();
+    });
+    ModalAnswer<QMessageBox> box([&](QMessageBox* dialog) {
+        seen << dialog->text();
+        dialog->reject();
+    });
+    AboutDialog dialog;
+    QObject* owner = about ? static_cast<QObject*>(&dialog) : &mWindow;
+    if (about)
+        dialog.findChild<QPushButton*>(QStringLiteral("checkForUpdateButton"))->click();
+    else
+        mWindow.updateClientLoginStateForMenuItems(true);
+    QPointer<VersionCheck> check = owner->findChildren<VersionCheck*>(QString(), Qt::FindDirectChildrenOnly).value(0);
     QVERIFY(check);
     QSignalSpy complete(check, &VersionCheck::versionCheckLoadComplete);
     QSignalSpy failed(check, &VersionCheck::versionCheckErrorOccurred);
-    // The prompt, if any, runs inside the complete signal, so the spy sees it after the answer.
+    // Any dialog runs inside the signal, so the spies see it after the answer.
     QTRY_COMPARE_WITH_TIMEOUT(complete.size() + failed.size(), 1, 10000);
     delete check.data();
-    QCOMPARE(failed.size() == 1, error);
-    QCOMPARE(promptUrls, promptUrl.isNull() ? QStringList() : QStringList { promptUrl });
-    if (status == 302)
-        QCOMPARE(mServer.requestCount(), 1);
-    QCOMPARE(mWindow.property("current_version").isValid(), !error);
-    QCOMPARE(mWindow.property("current_version").toDouble(), published);
+    QCOMPARE(seen, answer.isEmpty() ? QStringList() : QStringList { answer });
+    QCOMPARE(mWindow.property("current_version").toDouble(), published < 0 ? 0.0 : published);
+    QCOMPARE(mWindow.property("current_version").isValid(), published >= 0);
+    QCOMPARE(mServer.requestsFor(QStringLiteral("/newer.json")).size(), 0);
 }
 
 void TestVersionCheck::signOutStartsNoCheck()
 {
     mWindow.updateClientLoginStateForMenuItems(false);
     QVERIFY(mWindow.findChildren<VersionCheck*>().isEmpty());
-}
-
-void TestVersionCheck::hostileDocument_data()
-{
-    QTest::addColumn<HttpServer::Reply>("reply");
-    QTest::addColumn<bool>("error");
-
-    // Blanks after the object are valid JSON: only the size decides.
-    const QByteArray newer = R"({"current_version_pc": 2.90, "download_path_pc": "u"})";
-    QTest::newRow("just under the cap") << Replies::whole(newer + QByteArray(200 * 1024, ' ')) << false;
-    QTest::newRow("no end in sight") << Replies::slowly(newer + QByteArray(4 * 1024 * 1024, ' '), 64 * 1024, 5, false)
-                                     << true;
-    QTest::newRow("announced too long") << Replies::whole(newer + QByteArray(300 * 1024, ' ')) << true;
-    QTest::newRow("no answer") << Replies::stall() << true;
-    HttpServer::Reply silent = Replies::whole(newer);
-    silent.delayAfterHeadersMs = -1;
-    QTest::newRow("headers, then silence") << silent << true;
-}
-
-void TestVersionCheck::hostileDocument()
-{
-    QFETCH(HttpServer::Reply, reply);
-    QFETCH(bool, error);
-
-    DocumentLimits::setTimeoutMsForTests(1500);
-    mServer.clearReplies();
-    mServer.setReply(path, reply);
-    VersionCheck::setDocumentUrlForTests(mServer.url(path));
-    VersionCheck check(nullptr);
-    QSignalSpy complete(&check, &VersionCheck::versionCheckLoadComplete);
-    QSignalSpy failed(&check, &VersionCheck::versionCheckErrorOccurred);
-    QElapsedTimer clock;
-    clock.start();
-    check.loadObject();
-    QTRY_COMPARE_WITH_TIMEOUT(complete.size() + failed.size(), 1, 10000);
-    QCOMPARE(failed.size(), int(error));
-    QVERIFY2(clock.elapsed() < 8000, qPrintable(QString::number(clock.elapsed())));
-    QCOMPARE(check.getCurrentVersion(), error ? 0.0 : 2.90);
-    DocumentLimits::setTimeoutMsForTests(0);
 }
 
 QTEST_MAIN(TestVersionCheck)
