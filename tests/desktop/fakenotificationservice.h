@@ -20,10 +20,11 @@ public:
         QStringList actions;
         QVariantMap hints;
     };
-    enum Mode { Answer, Refuse, Hang, KeepApart }; // KeepApart: each stays on screen with an id of its own
+    enum Mode { Answer, Refuse, Hang };
 
     FakeNotificationService() { mThread.start(); moveToThread(&mThread); }
     ~FakeNotificationService() override { stop(); mThread.quit(); mThread.wait(); }
+    // capabilities: beyond "actions" and "body".
 
     bool start(Mode mode = Answer, const QStringList& capabilities = {})
     {
@@ -59,14 +60,11 @@ public slots:
         const QStringList& actions, const QVariantMap& hints, int)
     {
         QMutexLocker lock(&mMutex);
-        if (mMode == Hang || mMode == Refuse) {
-            if (mMode == Hang)
-                setDelayedReply(true);
-            else
-                sendErrorReply(QDBusError::Failed, QStringLiteral("refused"));
+        if (mMode != Answer) {
+            mMode == Refuse ? sendErrorReply(QDBusError::Failed, QStringLiteral("refused")) : setDelayedReply(true);
             return 0;
         }
-        const uint id = replacesId && mMode != KeepApart ? replacesId : ++mLastId;
+        const uint id = replacesId ? replacesId : ++mLastId;
         mReceived << Notification {id, replacesId, appIcon, summary, body, actions, hints};
         return id;
     }

@@ -28,7 +28,6 @@ class TestBareDesktop : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void cleanupTestCase();
     void daemon_data();
     void daemon();
     void closeLeavesWayBack_data();
@@ -36,7 +35,7 @@ private slots:
 
 private:
     GuiFixture mGui;
-    QProcess mTray;
+    QProcess mTray; // ended with the test
 };
 
 void TestBareDesktop::initTestCase()
@@ -45,14 +44,6 @@ void TestBareDesktop::initTestCase()
     GuiFixture::Options options;
     options.trayIcon = true;
     QVERIFY(mGui.start(options));
-}
-
-void TestBareDesktop::cleanupTestCase()
-{
-    if (mTray.state() != QProcess::NotRunning) {
-        mTray.terminate();
-        mTray.waitForFinished(5000);
-    }
 }
 
 void TestBareDesktop::daemon_data()

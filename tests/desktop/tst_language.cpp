@@ -10,7 +10,6 @@
 #include "desktop/winmenubaricon.h"
 #include "guifixture.h"
 #include "testenvironment.h"
-#include "web/indexwindow.h"
 
 namespace {
 
@@ -82,6 +81,7 @@ void TestLanguage::choosingALanguage()
     signedIn ? window->enableMenuOptionsForLoggedInUser() : window->disableMenuOptionsForLoggedInUser();
     mGui.takeCalls();
     mGui.eval(QString("qtIndexWindow.changeLanguageCode('%1')").arg(chosen));
+    // Rebuilt, not added to.
     QCOMPARE(window->menuBar()->actions().size(), 2);
     QCOMPARE(shown(window), expected(language, signedIn));
     QCOMPARE(QSettings().value("language-code").toString(), chosen);
@@ -95,7 +95,6 @@ void TestLanguage::startsInStoredLanguage_data()
     QTest::addColumn<QString>("language");
     QTest::addColumn<QString>("qtCancel");
     QTest::newRow("nothing chosen") << QVariant() << "en" << "Cancel";
-    QTest::newRow("es") << QVariant("es") << "es" << "Cancelar";
     // Qt has a German catalogue of its own; the program has none and stays English.
     QTest::newRow("de") << QVariant("de") << "en" << "Abbrechen";
 }
