@@ -158,13 +158,10 @@ void TestTray::balloonClick()
         windowManagerTimeout);
     QTRY_VERIFY_WITH_TIMEOUT([this] { if (!window()->isMinimized()) window()->showMinimized();
         return window()->isMinimized() && !exposed(window()); }(), windowManagerTimeout);
-    QElapsedTimer clock;
+    QElapsedTimer clock; // a service that hangs must not hold the window up
     clock.start();
     page()->showNotification("{\"thread\":1}", "Ann", "hi", true);
     page()->showNotification("{\"thread\":2}", "Bob", "yo", true);
-    bool turned = false;
-    QTimer::singleShot(0, [&] { turned = true; });
-    QTRY_VERIFY(turned);
     QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
     if (service == FakeNotificationService::Answer) {
         QTRY_COMPARE(mService.received().size(), 2);
