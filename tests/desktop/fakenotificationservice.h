@@ -3,12 +3,10 @@
 #include <QDBusConnection>
 #include <QDBusContext>
 #include <QDBusMessage>
-#include <QMutex>
-#include <QThread>
 #include <QVariantMap>
 
-// A desktop notification service on the session bus, answering from a thread of its own. Each start
-// takes a new bus connection, so the program sees a new service as a real restart would show.
+// A desktop notification service on the session bus. The program never waits on the service, so it
+// can answer from the same thread. Each start takes a new bus connection, as a real restart would.
 class FakeNotificationService : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -22,14 +20,12 @@ public:
     };
     enum Mode { Answer, Refuse, Hang };
 
-    FakeNotificationService() { mThread.start(); moveToThread(&mThread); }
-    ~FakeNotificationService() override { stop(); mThread.quit(); mThread.wait(); }
+    ~FakeNotificationService() override { stop(); }
     // capabilities: beyond "actions" and "body".
 
     bool start(Mode mode = Answer, const QStringList& capabilities = {})
     {
         stop();
-        QMutexLocker lock(&mMutex);
         mReceived.clear();
         mClosed.clear();
         mMode = mode;
@@ -49,8 +45,8 @@ public:
         QDBusConnection::disconnectFromBus(mBusName);
         mBusName.clear();
     }
-    QList<Notification> received() const { QMutexLocker lock(&mMutex); return mReceived; }
-    QList<uint> closed() const { QMutexLocker lock(&mMutex); return mClosed; }
+    QList<Notification> received() const { return mReceived; }
+    QList<uint> closed() const { return mClosed; }
     // What the desktop sends when the user clicks a notification or one of its buttons, or types a reply.
     void click(uint id, const QString& action = QStringLiteral("default")) { emitSignal("ActionInvoked", id, action); }
     void reply(uint id, const QString& text) { emitSignal("NotificationReplied", id, text); }
@@ -59,7 +55,6 @@ public slots:
     uint Notify(const QString&, uint replacesId, const QString& appIcon, const QString& summary, const QString& body,
         const QStringList& actions, const QVariantMap& hints, int)
     {
-        QMutexLocker lock(&mMutex);
         if (mMode != Answer) {
             mMode == Refuse ? sendErrorReply(QDBusError::Failed, QStringLiteral("refused")) : setDelayedReply(true);
             return 0;
@@ -68,26 +63,21 @@ public slots:
         mReceived << Notification {id, replacesId, appIcon, summary, body, actions, hints};
         return id;
     }
-    void CloseNotification(uint id) { QMutexLocker lock(&mMutex); mClosed << id; }
+    void CloseNotification(uint id) { mClosed << id; }
     QStringList GetCapabilities()
     {
-        QMutexLocker lock(&mMutex);
         setDelayedReply(mMode == Hang);
         return mCapabilities;
     }
 
 private:
-    // Sent from the service's own thread, so that it follows the reply to a call that thread answers.
     void emitSignal(const char* name, uint id, const QString& text)
     {
-        QDBusMessage signal = QDBusMessage::createSignal(path, service, QLatin1String(name)) << id << text;
-        const QString busName = mBusName;
-        QMetaObject::invokeMethod(this, [busName, signal] { QDBusConnection(busName).send(signal); }, Qt::QueuedConnection);
+        QDBusConnection(mBusName).send(QDBusMessage::createSignal(path, service, QLatin1String(name)) << id << text);
     }
 
     const QString service = QStringLiteral("org.freedesktop.Notifications");
     const QString path = QStringLiteral("/org/freedesktop/Notifications");
-    mutable QMutex mMutex;
     QList<Notification> mReceived;
     QList<uint> mClosed;
     QStringList mCapabilities;
@@ -95,5 +85,4 @@ private:
     uint mLastId = 0;
     int mStarts = 0;
     QString mBusName;
-    QThread mThread;
 };
