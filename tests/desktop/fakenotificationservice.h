@@ -3,12 +3,10 @@
 #include <QDBusConnection>
 #include <QDBusContext>
 #include <QDBusMessage>
-#include <QMutex>
-#include <QThread>
 #include <QVariantMap>
 
-// A desktop notification service of our own on the session bus, answering from a thread of its own.
-// Each start takes a new bus connection, so the program sees a new service as a real restart would show.
+// A desktop notification service on the session bus. The program never waits on the service, so it
+// can answer from the same thread. Each start takes a new bus connection, as a real restart would.
 class FakeNotificationService : public QObject, protected QDBusContext
 {
     Q_OBJECT
@@ -16,27 +14,22 @@ class FakeNotificationService : public QObject, protected QDBusContext
 public:
     struct Notification {
         uint id, replacesId;
-        QString appName, appIcon, summary, body;
+        QString appIcon, summary, body;
         QStringList actions;
         QVariantMap hints;
-        int timeout;
     };
+    enum Mode { Answer, Refuse, Hang };
 
-    FakeNotificationService()
-    {
-        mThread.start();
-        moveToThread(&mThread);
-    }
-    ~FakeNotificationService() override
+    ~FakeNotificationService() override { stop(); }
+    // capabilities: beyond "actions" and "body".
+
+    bool start(Mode mode = Answer, const QStringList& capabilities = {})
     {
         stop();
-        mThread.quit();
-        mThread.wait();
-    }
-
-    bool start()
-    {
-        stop();
+        mReceived.clear();
+        mClosed.clear();
+        mMode = mode;
+        mCapabilities = QStringList {"actions", "body"} + capabilities;
         mBusName = QStringLiteral("fake-notifications-%1").arg(++mStarts);
         QDBusConnection bus = QDBusConnection::connectToBus(QDBusConnection::SessionBus, mBusName);
         return bus.registerObject(path, this, QDBusConnection::ExportAllSlots) && bus.registerService(service);
@@ -52,92 +45,44 @@ public:
         QDBusConnection::disconnectFromBus(mBusName);
         mBusName.clear();
     }
-
-    QList<Notification> received() const
-    {
-        QMutexLocker lock(&mMutex);
-        return mReceived;
-    }
-    // capabilities: beyond "actions" and "body"; hang: take calls and never answer them.
-    void reset(bool refuse = false, const QStringList& capabilities = {}, bool hang = false)
-    {
-        QMutexLocker lock(&mMutex);
-        mReceived.clear();
-        mClosed.clear();
-        mApart = false;
-        mRefuse = refuse;
-        mCapabilities = QStringList {"actions", "body"} + capabilities;
-        mHang = hang;
-    }
-    QList<uint> closed() const
-    {
-        QMutexLocker lock(&mMutex);
-        return mClosed;
-    }
-    // What a service with inline replies sends when the user typed one into a notification.
-    void reply(uint id, const QString& text)
-    {
-        emitSignal(QDBusMessage::createSignal(path, service, QStringLiteral("NotificationReplied")) << id << text);
-    }
-    // What the desktop sends when the user clicks a notification or one of its buttons.
-    void click(uint id, const QString& action = QStringLiteral("default"))
-    {
-        emitSignal(QDBusMessage::createSignal(path, service, QStringLiteral("ActionInvoked")) << id << action);
-    }
-    // Each notification stays on screen with an id of its own, whatever it asked to replace.
-    void keepApart(bool apart)
-    {
-        QMutexLocker lock(&mMutex);
-        mApart = apart;
-    }
+    QList<Notification> received() const { return mReceived; }
+    QList<uint> closed() const { return mClosed; }
+    // What the desktop sends when the user clicks a notification or one of its buttons, or types a reply.
+    void click(uint id, const QString& action = QStringLiteral("default")) { emitSignal("ActionInvoked", id, action); }
+    void reply(uint id, const QString& text) { emitSignal("NotificationReplied", id, text); }
 
 public slots:
-    uint Notify(const QString& appName, uint replacesId, const QString& appIcon, const QString& summary,
-        const QString& body, const QStringList& actions, const QVariantMap& hints, int timeout)
+    uint Notify(const QString&, uint replacesId, const QString& appIcon, const QString& summary, const QString& body,
+        const QStringList& actions, const QVariantMap& hints, int)
     {
-        QMutexLocker lock(&mMutex);
-        if (mHang) {
-            setDelayedReply(true);
+        if (mMode != Answer) {
+            mMode == Refuse ? sendErrorReply(QDBusError::Failed, QStringLiteral("refused")) : setDelayedReply(true);
             return 0;
         }
-        if (mRefuse) {
-            sendErrorReply(QDBusError::Failed, QStringLiteral("refused"));
-            return 0;
-        }
-        mReceived << Notification {replacesId && !mApart ? replacesId : ++mLastId, replacesId, appName, appIcon, summary, body,
-            actions, hints, timeout};
-        return mReceived.last().id;
+        const uint id = replacesId ? replacesId : ++mLastId;
+        mReceived << Notification {id, replacesId, appIcon, summary, body, actions, hints};
+        return id;
     }
-    void CloseNotification(uint id)
-    {
-        QMutexLocker lock(&mMutex);
-        mClosed << id;
-    }
+    void CloseNotification(uint id) { mClosed << id; }
     QStringList GetCapabilities()
     {
-        QMutexLocker lock(&mMutex);
-        if (mHang)
-            setDelayedReply(true);
+        setDelayedReply(mMode == Hang);
         return mCapabilities;
     }
 
 private:
-    // From the service's own thread, so it follows the reply to a call that thread is answering.
-    void emitSignal(const QDBusMessage& signal)
+    void emitSignal(const char* name, uint id, const QString& text)
     {
-        const QString busName = mBusName;
-        QMetaObject::invokeMethod(this, [busName, signal] { QDBusConnection(busName).send(signal); }, Qt::QueuedConnection);
+        QDBusConnection(mBusName).send(QDBusMessage::createSignal(path, service, QLatin1String(name)) << id << text);
     }
 
     const QString service = QStringLiteral("org.freedesktop.Notifications");
     const QString path = QStringLiteral("/org/freedesktop/Notifications");
-    mutable QMutex mMutex;
     QList<Notification> mReceived;
     QList<uint> mClosed;
-    QStringList mCapabilities {"actions", "body"};
-    bool mRefuse = false, mHang = false, mApart = false;
+    QStringList mCapabilities;
+    Mode mMode = Answer;
     uint mLastId = 0;
     int mStarts = 0;
     QString mBusName;
-    QThread mThread;
 };

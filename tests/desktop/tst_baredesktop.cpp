@@ -1,27 +1,15 @@
-// A bare window manager with a notification daemon and no tray (i3 or openbox with dunst): the main
-// window must stay within reach, and notifications go through the desktop's real daemon.
+// A bare window manager with a notification daemon and no tray (openbox with dunst): the main window
+// must stay within reach, and notifications go through the desktop's real daemon.
 #include <QtTest>
 
-#include <QGraphicsWebView>
 #include <QSystemTrayIcon>
-#include <QWebFrame>
-#include <QWebPage>
 #include <QWindow>
 
-#include "core/windowholders.h"
 #include "desktop/mainwindow.h"
-#include "desktop/winmenubaricon.h"
-#include "resourceinit.h"
-#include "stagedfolder.h"
+#include "guifixture.h"
 #include "web/indexwindow.h"
 
 namespace {
-
-const char recordingPage[] = R"(<html><script>
-  window.events = [];
-  var _gaq = { push: function (a) {} }, _kmq = _gaq;
-  function processJSONFromNativeNotificationClickHelper(json, reply) { window.events.push('json:' + json); }
-</script></html>)";
 
 const int windowManagerTimeout = 20000;
 
@@ -29,7 +17,7 @@ QString dunstctl(const QStringList& arguments)
 {
     QProcess process;
     process.start("dunstctl", arguments);
-    return process.waitForFinished(10000) && process.exitCode() == 0 ? QString::fromUtf8(process.readAllStandardOutput())
+    return process.waitForFinished(10000) && process.exitCode() == 0 ? QString::fromUtf8(process.readAllStandardOutput()).trimmed()
                                                                      : QStringLiteral("<failed>");
 }
 
@@ -40,47 +28,48 @@ class TestBareDesktop : public QObject
     Q_OBJECT
 private slots:
     void initTestCase();
-    void cleanupTestCase();
+    void daemon_data();
+    void daemon();
     void closeLeavesWayBack_data();
     void closeLeavesWayBack();
-    void daemonNotificationClick();
-    void daemonReplyButton();
 
 private:
-    QStringList events() const { return mFrame->evaluateJavaScript("window.events").toStringList(); }
-
-    MainWindow* mMainWindow = nullptr;
-    IndexWindow* mIndexWindow = nullptr;
-    QWebFrame* mFrame = nullptr;
-    QTemporaryDir mDir;
-    QProcess mTray;
+    GuiFixture mGui;
+    QProcess mTray; // ended with the test
 };
 
 void TestBareDesktop::initTestCase()
 {
     QVERIFY2(!QSystemTrayIcon::isSystemTrayAvailable(), "run inside scripts/desktop-session.sh --no-tray");
-    QVERIFY(StagedFolder::enter());
-    kestrelgapInitResources();
-    mMainWindow = new MainWindow();
-    mainWindowHolder::set(mMainWindow);
-    mIndexWindow = indexWindowHolder::get();
-    mFrame = mIndexWindow->webView()->page()->mainFrame();
-    QFile page(mDir.filePath("recorder.html"));
-    QVERIFY(page.open(QIODevice::WriteOnly) && page.write(recordingPage) > 0);
-    page.close();
-    QSignalSpy loaded(mFrame->page(), &QWebPage::loadFinished);
-    mIndexWindow->loadUrl(QUrl::fromLocalFile(page.fileName()));
-    QTRY_VERIFY(!loaded.isEmpty() && loaded.last().first().toBool());
-    mMainWindow->showInitialWindow();
-    WinMenuBarIcon::getInstance(nullptr)->show();
+    GuiFixture::Options options;
+    options.trayIcon = true;
+    QVERIFY(mGui.start(options));
 }
 
-void TestBareDesktop::cleanupTestCase()
+void TestBareDesktop::daemon_data()
 {
-    if (mTray.state() != QProcess::NotRunning) {
-        mTray.terminate();
-        mTray.waitForFinished(5000);
-    }
+    QTest::addColumn<QStringList>("command");
+    QTest::addColumn<QString>("thread");
+    // A later balloon's payload is what the body's action delivers; the Reply button keeps to its own.
+    QTest::newRow("default action") << QStringList {"action", "0"} << "99";
+    QTest::newRow("Reply, from the daemon's menu") << QStringList {"context"} << "10";
+}
+
+void TestBareDesktop::daemon()
+{
+    QFETCH(QStringList, command);
+    QFETCH(QString, thread);
+    QCOMPARE(dunstctl({"close-all"}), QString());
+    mGui.mainWindow()->hide();
+    mGui.takeCalls();
+    mGui.indexWindow()->showNotification("{\"thread\":10}", "Cleo", "Lunch tomorrow?", false, true);
+    QTRY_COMPARE_WITH_TIMEOUT(dunstctl({"count", "displayed"}), QStringLiteral("1"), windowManagerTimeout);
+    if (!qEnvironmentVariableIsEmpty("DESKTOP_SESSION_SCREENSHOT_DIR"))
+        QProcess::execute("import", {"-window", "root", qEnvironmentVariable("DESKTOP_SESSION_SCREENSHOT_DIR") + "/dunst.png"});
+    mGui.indexWindow()->setJsonForWindows("{\"thread\":99}");
+    QCOMPARE(dunstctl(command), QString());
+    QTRY_VERIFY(mGui.calls().contains("processJSONFromNativeNotificationClickHelper {\"thread\":" + thread + "}"));
+    QTRY_VERIFY_WITH_TIMEOUT(mGui.mainWindow()->isVisible(), windowManagerTimeout);
 }
 
 // Rows run in order: the last one brings a tray, after which closing hides again.
@@ -97,66 +86,24 @@ void TestBareDesktop::closeLeavesWayBack()
 {
     QFETCH(QString, how);
     QFETCH(bool, minimized);
-
-    mMainWindow->showAlreadyRunningWindow();
-    QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->windowHandle() && mMainWindow->windowHandle()->isExposed(), windowManagerTimeout);
+    MainWindow* window = mGui.mainWindow();
+    window->showAlreadyRunningWindow();
+    QTRY_VERIFY_WITH_TIMEOUT(window->windowHandle() && window->windowHandle()->isExposed(), windowManagerTimeout);
     if (how == "start hidden") {
-        mIndexWindow->setSetting("do-not-launch-main-window-on-start", "1");
-        mMainWindow->setProperty("view", QString());
-        mMainWindow->resizeWindowToMessengerSize(true);
+        mGui.indexWindow()->setSetting("do-not-launch-main-window-on-start", "1");
+        window->setProperty("view", QString());
+        window->resizeWindowToMessengerSize(true);
         // Hiding and minimising both take effect on the widget at once.
-        QVERIFY(mMainWindow->isVisible() && !mMainWindow->isMinimized());
-        mIndexWindow->setSetting("do-not-launch-main-window-on-start", "0");
+        QVERIFY(window->isVisible() && !window->isMinimized());
+        mGui.indexWindow()->setSetting("do-not-launch-main-window-on-start", "0");
         return;
     }
     if (how == "tray") {
         mTray.start("trayer", {"--edge", "bottom", "--align", "right", "--widthtype", "request", "--height", "24"});
         QTRY_VERIFY_WITH_TIMEOUT(QSystemTrayIcon::isSystemTrayAvailable(), windowManagerTimeout);
     }
-    mMainWindow->close();
-    if (minimized)
-        QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->isMinimized() && mMainWindow->isVisible(), windowManagerTimeout);
-    else
-        QTRY_VERIFY_WITH_TIMEOUT(!mMainWindow->isVisible(), windowManagerTimeout);
-}
-
-// dunst as the service: what it was given for us, and its default action on one of ours.
-void TestBareDesktop::daemonNotificationClick()
-{
-    mIndexWindow->showNotification("{\"thread\":8}", "Ann", "See you at 5", false);
-    QTRY_COMPARE_WITH_TIMEOUT(dunstctl({"count", "displayed"}).trimmed(), QStringLiteral("1"), windowManagerTimeout);
-    if (!qEnvironmentVariableIsEmpty("DESKTOP_SESSION_SCREENSHOT_DIR"))
-        QProcess::execute("import", {"-window", "root", qEnvironmentVariable("DESKTOP_SESSION_SCREENSHOT_DIR") + "/dunst.png"});
-    // Closed notifications go to the daemon's history, with what they were sent with.
-    QCOMPARE(dunstctl({"close"}), QString());
-    const QString history = dunstctl({"history"});
-    QVERIFY2(history.contains("\"im.received\""), qPrintable(history));
-    QVERIFY2(history.contains("icon_256x256.png\""), qPrintable(history));
-
-    mMainWindow->hide();
-    mFrame->evaluateJavaScript("window.events = [];");
-    mIndexWindow->showNotification("{\"thread\":9}", "Bob", "On my way", false);
-    QTRY_COMPARE_WITH_TIMEOUT(dunstctl({"count", "displayed"}).trimmed(), QStringLiteral("1"), windowManagerTimeout);
-    QCOMPARE(dunstctl({"action", "0"}), QString());
-    QTRY_COMPARE(events(), QStringList {"json:{\"thread\":9}"});
-    QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->isVisible(), windowManagerTimeout);
-}
-
-// dunst has actions and no inline reply: a Reply button, chosen from its menu, opens that thread.
-void TestBareDesktop::daemonReplyButton()
-{
-    QCOMPARE(dunstctl({"close-all"}), QString());
-    mMainWindow->hide();
-    mFrame->evaluateJavaScript("window.events = [];");
-    mIndexWindow->showNotification("{\"thread\":10}", "Cleo", "Lunch tomorrow?", false, true);
-    QTRY_COMPARE_WITH_TIMEOUT(dunstctl({"count", "displayed"}).trimmed(), QStringLiteral("1"), windowManagerTimeout);
-    if (!qEnvironmentVariableIsEmpty("DESKTOP_SESSION_SCREENSHOT_DIR"))
-        QProcess::execute("import", {"-window", "root", qEnvironmentVariable("DESKTOP_SESSION_SCREENSHOT_DIR") + "/dunst-reply.png"});
-    // A later balloon's payload is what a plain click would deliver; the button keeps to its own.
-    mIndexWindow->setJsonForWindows("{\"thread\":99}");
-    QCOMPARE(dunstctl({"context"}), QString());
-    QTRY_COMPARE(events(), QStringList {"json:{\"thread\":10}"});
-    QTRY_VERIFY_WITH_TIMEOUT(mMainWindow->isVisible(), windowManagerTimeout);
+    window->close();
+    QTRY_VERIFY_WITH_TIMEOUT(window->isVisible() == minimized && (window->isMinimized() || !minimized), windowManagerTimeout);
 }
 
 QTEST_MAIN(TestBareDesktop)

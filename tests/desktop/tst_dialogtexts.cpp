@@ -2,7 +2,6 @@
 
 #include <QAbstractButton>
 #include <QLabel>
-#include <QScreen>
 #include <QTranslator>
 
 #include "core/windowholders.h"
@@ -16,9 +15,8 @@
 #include "updates/updatedownloaderdialog.h"
 #include "web/indexwindow.h"
 
-// Every dialog shows its whole text in every language we ship, at the font resolution of the X
-// display it runs on (ctest runs it at Xft.dpi 96 and 192). With KESTRELGAP_SCREENSHOT_DIR set it
-// also leaves a picture of each dialog there.
+// Every dialog shows its whole text in every language we ship, at the X display's font resolution
+// (ctest runs it at Xft.dpi 96 and 192). KESTRELGAP_SCREENSHOT_DIR: where to leave a picture of each.
 
 namespace {
 
@@ -32,18 +30,14 @@ QStringList clipped(QWidget* dialog)
     for (QAbstractButton* button : dialog->findChildren<QAbstractButton*>())
         texts << button;
     for (QWidget* widget : texts) {
-        if (!widget->isVisibleTo(dialog))
-            continue;
-        const QRect place(widget->mapTo(dialog, QPoint(0, 0)), widget->size());
         const auto* label = qobject_cast<QLabel*>(widget);
         const QSize needed = label && label->wordWrap()
-            ? QSize(label->minimumSizeHint().width(), label->heightForWidth(widget->width()))
-            : widget->sizeHint();
-        if (needed.width() > widget->width() || needed.height() > widget->height() || !dialog->rect().contains(place)) {
-            cut << QStringLiteral("%1 \"%2\" needs %3x%4, has %5x%6")
-                       .arg(widget->objectName(), label ? label->text() : static_cast<QAbstractButton*>(widget)->text())
-                       .arg(needed.width()).arg(needed.height()).arg(widget->width()).arg(widget->height());
-        }
+            ? QSize(label->minimumSizeHint().width(), label->heightForWidth(widget->width())) : widget->sizeHint();
+        if (widget->isVisibleTo(dialog) && (needed.width() > widget->width() || needed.height() > widget->height()
+                || !dialog->rect().contains(QRect(widget->mapTo(dialog, QPoint(0, 0)), widget->size()))))
+            cut << QString("%1 \"%2\" needs %3x%4, has %5x%6").arg(widget->objectName(), label ? label->text()
+                    : static_cast<QAbstractButton*>(widget)->text()).arg(needed.width()).arg(needed.height())
+                    .arg(widget->width()).arg(widget->height());
     }
     return cut;
 }
@@ -60,28 +54,24 @@ private slots:
 
 private:
     HttpServer mServer;
-    IndexWindow* mIndexWindow = nullptr;
     QTemporaryDir mDownloads;
 };
 
 void TestDialogTexts::initTestCase()
 {
     kestrelgapInitResources();
-    mIndexWindow = new IndexWindow();
-    indexWindowHolder::set(mIndexWindow);
+    indexWindowHolder::set(new IndexWindow());
     mServer.serve("/media/picture.png", QByteArray(2048, 'p'), "image/png");
     mServer.serveStall("/downloads/setup.deb");
-    qInfo("font resolution: %d dpi", QApplication::primaryScreen() ? int(QApplication::primaryScreen()->logicalDotsPerInchY()) : 0);
 }
 
 void TestDialogTexts::wholeTexts_data()
 {
     QTest::addColumn<QString>("dialog");
     QTest::addColumn<QString>("language");
-    for (const char* dialog : { "about", "new version", "latest installed", "settings", "update download",
-             "media download complete" })
-        for (const char* language : { "en", "fr", "es" })
-            QTest::newRow(qPrintable(QStringLiteral("%1, %2").arg(dialog, language))) << dialog << language;
+    for (const char* dialog : {"about", "new version", "latest installed", "settings", "update download", "media download complete"})
+        for (const char* language : {"en", "fr", "es"})
+            QTest::newRow(qPrintable(QString("%1, %2").arg(dialog, language))) << dialog << language;
 }
 
 void TestDialogTexts::wholeTexts()
@@ -90,20 +80,19 @@ void TestDialogTexts::wholeTexts()
     QFETCH(QString, language);
 
     QTranslator translator;
-    if (language != "en")
-        QVERIFY(translator.load("kestrelgap_" + language, ":/translations", ""));
+    QVERIFY(language == "en" || translator.load("kestrelgap_" + language, ":/translations", ""));
     QCoreApplication::installTranslator(&translator);
 
     std::unique_ptr<QDialog> shown;
-    if (dialog == "about") {
+    if (dialog == "about")
         shown = std::make_unique<AboutDialog>();
-    } else if (dialog == "new version") {
+    else if (dialog == "new version")
         shown = std::make_unique<ConfirmDownloadUpdate>();
-    } else if (dialog == "latest installed") {
+    else if (dialog == "latest installed")
         shown = std::make_unique<LatestInstalledDialog>();
-    } else if (dialog == "settings") {
+    else if (dialog == "settings")
         shown = std::make_unique<SettingsDialog>();
-    } else if (dialog == "update download") {
+    else if (dialog == "update download") {
         auto update = std::make_unique<UpdateDownloaderDialog>();
         update->startDownload(mServer.url("/downloads/setup.deb"));
         shown = std::move(update);
@@ -122,12 +111,9 @@ void TestDialogTexts::wholeTexts()
     // A form that grows asks the window manager for its new size; the answer comes a moment later.
     QStringList cut;
     QTRY_VERIFY2((cut = clipped(shown.get())).isEmpty(), qPrintable(cut.join("; ")));
-    const QByteArray shots = qgetenv("KESTRELGAP_SCREENSHOT_DIR");
-    if (!shots.isEmpty()) {
-        const QString name = QString(QTest::currentDataTag()).replace(QRegularExpression("[^a-z]+"), "-");
-        shown->grab().save(QString("%1/%2-%3dpi.png").arg(QString::fromLocal8Bit(shots), name)
-                               .arg(int(shown->logicalDpiY())));
-    }
+    if (qEnvironmentVariableIsSet("KESTRELGAP_SCREENSHOT_DIR"))
+        shown->grab().save(QString("%1/%2-%3dpi.png").arg(qEnvironmentVariable("KESTRELGAP_SCREENSHOT_DIR"),
+            QString(QTest::currentDataTag()).replace(QRegularExpression("[^a-z]+"), "-")).arg(shown->logicalDpiY()));
     QCoreApplication::removeTranslator(&translator);
 }
 

@@ -1,63 +1,38 @@
 #include <QtTest>
 
-#include <QAction>
-#include <QGraphicsWebView>
 #include <QMenu>
 #include <QMenuBar>
 #include <QSettings>
-#include <QWebFrame>
-#include <QWebPage>
-
-#include <memory>
 
 #include <unistd.h>
 
-#include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "desktop/winmenubaricon.h"
-#include "resourceinit.h"
+#include "guifixture.h"
 #include "testenvironment.h"
-#include "web/indexwindow.h"
 
 namespace {
 
-WinMenuBarIcon* tray()
-{
-    return WinMenuBarIcon::getInstance(nullptr);
-}
-
-// A menu as the user reads it, disabled entries in brackets: one comparison covers language and sign-in gate.
-QString texts(QMenu* menu)
-{
-    QStringList result;
-    for (QAction* action : menu->actions()) {
-        const QString text = action->isSeparator() ? QStringLiteral("-") : action->text();
-        result << (action->isEnabled() ? text : QLatin1Char('[') + text + QLatin1Char(']'));
-    }
-    return result.join(QLatin1Char(','));
-}
-
-// Shortcuts menu title, main menu (<...> waits for sign-in), the tray's last entry.
-QStringList expected(const QString& language, bool signedIn)
-{
-    QStringList texts = language == QLatin1String("fr")
-        ? QStringList { "Raccourcis", "À propos,-,<Préférences>,<Se déconnecter>,-,Quitter", "Quitter Kestrelgap" }
-        : language == QLatin1String("es")
-        ? QStringList { "Accesos directos", "Acerca de,-,<Preferencias>,<Desconectar>,-,Dejar", "Dejar de Kestrelgap" }
-        : QStringList { "Shortcuts", "About,-,<Preferences>,<Sign Out>,-,Quit", "Quit Kestrelgap" };
-    texts[0] += QStringLiteral("   \u25BC ");
-    texts[1].replace(QLatin1Char('<'), signedIn ? "" : "[").replace(QLatin1Char('>'), signedIn ? "" : "]");
-    return texts;
-}
-
+// Shortcuts menu title, main menu as the user reads it (disabled entries in brackets), the tray's last entry.
 QStringList shown(MainWindow* window)
 {
-    return { window->shortcutsMenu()->title(), texts(window->mainMenu()), tray()->contextMenu()->actions().last()->text() };
+    QStringList menu;
+    for (QAction* action : window->mainMenu()->actions()) {
+        const QString text = action->isSeparator() ? "-" : action->text();
+        menu << (action->isEnabled() ? text : "[" + text + "]");
+    }
+    return {window->shortcutsMenu()->title(), menu.join(','), WinMenuBarIcon::getInstance(nullptr)->contextMenu()->actions().last()->text()};
 }
 
-QWebFrame* mainFrame(MainWindow* window)
+// <...> waits for sign-in.
+QStringList expected(const QString& language, bool signedIn)
 {
-    return window->indexWindow()->webView()->page()->mainFrame();
+    QStringList texts = language == "fr" ? QStringList {"Raccourcis", "À propos,-,<Préférences>,<Se déconnecter>,-,Quitter", "Quitter Kestrelgap"}
+        : language == "es" ? QStringList {"Accesos directos", "Acerca de,-,<Preferencias>,<Desconectar>,-,Dejar", "Dejar de Kestrelgap"}
+                           : QStringList {"Shortcuts", "About,-,<Preferences>,<Sign Out>,-,Quit", "Quit Kestrelgap"};
+    texts[0] += QStringLiteral("   \u25BC ");
+    texts[1].replace('<', signedIn ? "" : "[").replace('>', signedIn ? "" : "]");
+    return texts;
 }
 
 } // namespace
@@ -66,101 +41,62 @@ class TestLanguage : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase() { kestrelgapInitResources(); }
-    void cleanup();
-    void startsInStoredLanguage_data();
-    void startsInStoredLanguage();
+    void initTestCase();
     void choosingALanguage_data();
     void choosingALanguage();
+    void nothingChosenIsEnglish();
 
 private:
-    std::unique_ptr<MainWindow> mWindow;
+    GuiFixture mGui;
 };
 
-void TestLanguage::cleanup()
+// The system's locale is French here, and plays no part until the user chooses.
+void TestLanguage::initTestCase()
 {
-    mainWindowHolder::set(nullptr);
-    mWindow.reset();
+    QSettings().setValue("language-code", "fr");
+    GuiFixture::Options options;
+    options.trayIcon = true;
+    QVERIFY(mGui.start(options));
+    QCOMPARE(shown(mGui.mainWindow()), expected("fr", false));
 }
 
-void TestLanguage::startsInStoredLanguage_data()
-{
-    QTest::addColumn<QVariant>("stored");
-    QTest::addColumn<QString>("language");
-    QTest::addColumn<QString>("qtCancel");
-
-    // The first row shows the tray too: it is built once per process.
-    QTest::newRow("fr") << QVariant("fr") << "fr" << "Annuler";
-    // The system's locale is French here, and plays no part until the user chooses.
-    QTest::newRow("nothing chosen") << QVariant() << "en" << "Cancel";
-    QTest::newRow("es") << QVariant("es") << "es" << "Cancelar";
-    // Qt has a German catalogue of its own; the program has none and stays English.
-    QTest::newRow("de") << QVariant("de") << "en" << "Abbrechen";
-}
-
-void TestLanguage::startsInStoredLanguage()
-{
-    QFETCH(QVariant, stored);
-    QFETCH(QString, language);
-    QFETCH(QString, qtCancel);
-
-    if (stored.isNull())
-        QSettings().remove(QStringLiteral("language-code"));
-    else
-        QSettings().setValue(QStringLiteral("language-code"), stored);
-    mWindow = std::make_unique<MainWindow>();
-    tray()->show();
-    const int seen = QTest::currentDataTag() == QLatin1String("fr") ? 3 : 2;
-    QCOMPARE(shown(mWindow.get()).mid(0, seen), expected(language, false).mid(0, seen));
-    QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), qtCancel);
-}
-
+// Rows run in order on the one window.
 void TestLanguage::choosingALanguage_data()
 {
-    QTest::addColumn<QVariant>("stored");
     QTest::addColumn<bool>("signedIn");
     QTest::addColumn<QString>("chosen");
     QTest::addColumn<QString>("language");
-
-    QTest::newRow("es, signed in") << QVariant("en") << true << "es" << "es";
-    QTest::newRow("fr to unknown de, signed in") << QVariant("fr") << true << "de" << "en";
-    QTest::newRow("es back to en, signed out") << QVariant("es") << false << "en" << "en";
+    QTest::addColumn<QString>("qtCancel"); // Qt has a German catalogue of its own; the program has none
+    QTest::newRow("fr to es, signed in") << true << "es" << "es" << "Cancelar";
+    QTest::newRow("es to unknown de, signed in") << true << "de" << "en" << "Abbrechen";
+    QTest::newRow("to en, signed out") << false << "en" << "en" << "Cancel";
 }
 
 void TestLanguage::choosingALanguage()
 {
-    QFETCH(QVariant, stored);
     QFETCH(bool, signedIn);
     QFETCH(QString, chosen);
     QFETCH(QString, language);
+    QFETCH(QString, qtCancel);
+    MainWindow* window = mGui.mainWindow();
+    signedIn ? window->enableMenuOptionsForLoggedInUser() : window->disableMenuOptionsForLoggedInUser();
+    mGui.takeCalls();
+    mGui.eval(QString("qtIndexWindow.changeLanguageCode('%1')").arg(chosen));
+    // Rebuilt, not added to.
+    QCOMPARE(window->menuBar()->actions().size(), 2);
+    QCOMPARE(shown(window), expected(language, signedIn));
+    QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), qtCancel);
+    QCOMPARE(QSettings().value("language-code").toString(), chosen);
+    const QString event = "_gaq [\"_trackEvent\",\"WebApp\",\"qt-app-to-os-language-code-values\",\"" + chosen + "-fr_FR\"]";
+    QVERIFY2(mGui.takeCalls().contains(event), qPrintable(event));
+}
 
-    QSettings().setValue(QStringLiteral("language-code"), stored);
-    mWindow = std::make_unique<MainWindow>();
-    mainWindowHolder::set(mWindow.get());
-    if (signedIn) {
-        mWindow->enableMenuOptionsForLoggedInUser();
-        tray()->enableMenuOptionsForLoggedInUser();
-    } else {
-        tray()->disableMenuOptionsForLoggedInUser();
-    }
-    tray()->updateBatteryStatus(50, false);
-    mWindow->indexWindow()->loadUrl(QUrl(QStringLiteral("qrc:///bridge/recorder.html")));
-    QTRY_COMPARE(mainFrame(mWindow.get())->evaluateJavaScript(QStringLiteral("typeof callBridge")).toString(),
-        QStringLiteral("function"));
-
-    mainFrame(mWindow.get())->evaluateJavaScript(QStringLiteral("qtIndexWindow.changeLanguageCode('%1')").arg(chosen));
-
-    QCOMPARE(mWindow->menuBar()->actions().size(), 2);
-    QCOMPARE(shown(mWindow.get()), expected(language, signedIn));
-    // The tray is rebuilt too: the battery row goes until the page reports again, the sign-in gate stays.
-    QCOMPARE(tray()->contextMenu()->actions().size(), 9);
-    QCOMPARE(tray()->contextMenu()->actions().first()->isEnabled(), signedIn);
-
-    QCOMPARE(QSettings().value(QStringLiteral("language-code")).toString(), chosen);
-    const QString event = QStringLiteral("_gaq [\"_trackEvent\",\"WebApp\",\"qt-app-to-os-language-code-values\",\"%1-fr_FR\"]")
-                              .arg(chosen);
-    QVERIFY2(mainFrame(mWindow.get())->evaluateJavaScript(QStringLiteral("window.calls")).toStringList().contains(event),
-        qPrintable(event));
+// After the rows above: the one window is English again, so nothing of its French lingers.
+void TestLanguage::nothingChosenIsEnglish()
+{
+    QSettings().remove("language-code");
+    MainWindow window;
+    QCOMPARE(shown(&window).mid(0, 2), expected("en", false).mid(0, 2));
 }
 
 int main(int argc, char** argv)

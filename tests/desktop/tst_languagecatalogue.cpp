@@ -1,8 +1,5 @@
 #include <QtTest>
 
-#include <QProcess>
-#include <QSet>
-#include <QTemporaryDir>
 #include <QXmlStreamReader>
 
 namespace {
@@ -17,12 +14,10 @@ QSet<QString> messages(const QString& path)
     QXmlStreamReader xml(&file);
     QString context;
     while (!xml.atEnd()) {
-        if (xml.readNext() != QXmlStreamReader::StartElement)
-            continue;
-        if (xml.name() == QLatin1String("name"))
+        if (xml.readNext() == QXmlStreamReader::StartElement && xml.name() == QLatin1String("name"))
             context = xml.readElementText();
-        else if (xml.name() == QLatin1String("source"))
-            result.insert(context + QLatin1Char('|') + xml.readElementText());
+        else if (xml.tokenType() == QXmlStreamReader::StartElement && xml.name() == QLatin1String("source"))
+            result.insert(context + '|' + xml.readElementText());
     }
     return result;
 }
@@ -49,25 +44,22 @@ void TestLanguageCatalogue::everySourceTextIsTranslated()
 {
     QFETCH(QString, language);
     QTemporaryDir dir;
-    const QString scan = dir.filePath(QStringLiteral("scan.ts"));
+    const QString scan = dir.filePath("scan.ts");
     QProcess lupdate;
     lupdate.setProcessChannelMode(QProcess::MergedChannels);
-    lupdate.start(QStringLiteral(LUPDATE_PATH), { QStringLiteral("-silent"), QStringLiteral(KESTRELGAP_SOURCE_DIR "/src"),
-        QStringLiteral("-ts"), scan });
+    lupdate.start(LUPDATE_PATH, {"-silent", KESTRELGAP_SOURCE_DIR "/src", "-ts", scan});
     QVERIFY2(lupdate.waitForFinished(120000) && lupdate.exitCode() == 0, lupdate.readAll().constData());
 
-    const QString shipped = QStringLiteral(KESTRELGAP_SOURCE_DIR "/resources/translations/kestrelgap_%1.ts").arg(language);
-    const QSet<QString> catalogued = messages(shipped);
+    const QSet<QString> catalogued = messages(QString(KESTRELGAP_SOURCE_DIR "/resources/translations/kestrelgap_%1.ts").arg(language));
     QVERIFY(catalogued.size() > 50);
     QSet<QString> contexts;
     for (const QString& message : catalogued)
-        contexts.insert(message.section(QLatin1Char('|'), 0, 0));
+        contexts.insert(message.section('|', 0, 0));
     QStringList strays;
-    for (const QString& message : messages(scan)) {
-        if (contexts.contains(message.section(QLatin1Char('|'), 0, 0)) && !catalogued.contains(message))
+    for (const QString& message : messages(scan))
+        if (contexts.contains(message.section('|', 0, 0)) && !catalogued.contains(message))
             strays << message;
-    }
-    QVERIFY2(strays.isEmpty(), qPrintable(strays.join(QStringLiteral(", "))));
+    QVERIFY2(strays.isEmpty(), qPrintable(strays.join(", ")));
 }
 
 QTEST_GUILESS_MAIN(TestLanguageCatalogue)

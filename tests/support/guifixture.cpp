@@ -84,3 +84,8 @@ QStringList GuiFixture::takeCalls()
 {
     return eval(QStringLiteral("window.calls.splice(0, window.calls.length)")).toStringList();
 }
+
+QStringList GuiFixture::calls() const
+{
+    return eval(QStringLiteral("window.calls")).toStringList();
+}

@@ -43,6 +43,8 @@ public:
     QVariant eval(const QString& script) const;
     // What the native side called in the recorder since the last take, in order.
     QStringList takeCalls();
+    // The same without taking them: safe inside QTRY_*, which evaluates its expression once more.
+    QStringList calls() const;
 
 private:
     MainWindow* mMainWindow = nullptr;
