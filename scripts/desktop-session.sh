@@ -11,6 +11,8 @@
 #   --screenshot-dir DIR  save DIR/desktop-final.png of the whole screen when
 #                         the command has ended; DIR is also exported to the
 #                         command as DESKTOP_SESSION_SCREENSHOT_DIR
+# A StatusNotifierItem panel is the test's own (tests/support/statusnotifierhost.h):
+# Qt exports its icon that way only if a panel is there before the first icon.
 # The exit status is the command's (or 2 for a usage error, 3 when the
 # desktop could not be brought up).
 
@@ -19,7 +21,7 @@
 set -u
 
 usage() {
-    sed -n '6,15p' "$0" | sed 's/^# \{0,1\}//' >&2
+    sed -n '6,17p' "$0" | sed 's/^# \{0,1\}//' >&2
     exit "${1:-2}"
 }
 
