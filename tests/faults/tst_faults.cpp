@@ -107,40 +107,23 @@ QStringList cookiesOnNextStart()
     return pairs;
 }
 
-// A small tmpfs, unmounted again when the test ends.
-class DataMount
-{
-public:
-    bool mountAt(const QString& path)
+// A small tmpfs at a folder, made read-only or full on demand; gone again when the test ends.
+struct DataMount {
+    explicit DataMount(const QString& at) : path(QFile::encodeName(at)) { QDir().mkpath(at); }
+    ~DataMount() { umount2(path.constData(), MNT_DETACH); }
+    bool mounted() { return mount("tmpfs", path.constData(), "tmpfs", 0, "size=256k,mode=0700") == 0; }
+    bool set(const QString& fault, bool on)
     {
-        mPath = QFile::encodeName(path);
-        QDir().mkpath(path);
-        mMounted = mount("tmpfs", mPath.constData(), "tmpfs", 0, "size=256k,mode=0700") == 0;
-        return mMounted;
-    }
-    bool setReadOnly(bool readOnly)
-    {
-        return mount("tmpfs", mPath.constData(), "tmpfs", MS_REMOUNT | (readOnly ? MS_RDONLY : 0), "size=256k") == 0;
-    }
-    // Writes a filler file until the file system refuses; returns its path.
-    QString fill()
-    {
-        QFile file(QFile::decodeName(mPath) + QStringLiteral("/filler"));
+        if (fault == QLatin1String("read-only"))
+            return mount("tmpfs", path.constData(), "tmpfs", MS_REMOUNT | (on ? MS_RDONLY : 0), "size=256k") == 0;
+        // Full: a filler file written until the file system refuses a block.
+        QFile filler(QFile::decodeName(path) + QStringLiteral("/filler"));
         const QByteArray block(4096, 'f');
-        file.open(QIODevice::WriteOnly);
-        while (file.write(block) == block.size() && file.flush()) {
+        while (on && (filler.isOpen() || filler.open(QIODevice::WriteOnly)) && filler.write(block) == block.size() && filler.flush()) {
         }
-        return file.fileName();
+        return on || filler.remove();
     }
-    ~DataMount()
-    {
-        if (mMounted)
-            umount2(mPath.constData(), MNT_DETACH);
-    }
-
-private:
-    QByteArray mPath;
-    bool mMounted = false;
+    const QByteArray path;
 };
 
 } // namespace
@@ -167,7 +150,6 @@ private:
 
 void TestFaults::initTestCase()
 {
-    QVERIFY(mTemp.isValid());
     SimpleCrypt::setUpShared();
 }
 
@@ -179,18 +161,20 @@ void TestFaults::cleanup()
 
 void TestFaults::dataFolderFault_data()
 {
-    QTest::addColumn<bool>("full");
-    QTest::newRow("read-only") << false;
-    QTest::newRow("no space left") << true;
+    QTest::addColumn<QString>("fault");
+    QTest::newRow("read-only") << "read-only";
+    QTest::newRow("no space left") << "full";
 }
 
+// What can't be written is dropped without harm to what is there; once the disk takes writes
+// again, so does the program, with no restart.
 void TestFaults::dataFolderFault()
 {
-    QFETCH(bool, full);
+    QFETCH(QString, fault);
     if (!mountsAvailable)
         QSKIP("no private mount namespace here (unshare refused)");
-    DataMount mount;
-    QVERIFY(mount.mountAt(appDataFolder()) && QDir().mkpath(QFileInfo(cookieFile()).path()));
+    DataMount mount(appDataFolder());
+    QVERIFY(mount.mounted() && QDir().mkpath(QFileInfo(cookieFile()).path()));
     QSettings().setValue(QStringLiteral("pref-debug-enabled"), QStringLiteral("1"));
     saveCookie("kept");
     Logger::Info(QStringLiteral("faults"), QStringLiteral("[dataFolderFault] before"));
@@ -198,12 +182,7 @@ void TestFaults::dataFolderFault()
     const QByteArray logBefore = readFile(Logger::logFilePath());
     QVERIFY(!cookiesBefore.isEmpty() && logBefore.contains("[dataFolderFault] before"));
 
-    QString filler;
-    if (full)
-        filler = mount.fill();
-    else
-        QVERIFY(mount.setReadOnly(true));
-    // The sign-in survives; what can't be written is dropped without harm to what is there.
+    QVERIFY(mount.set(fault, true));
     saveCookie("changed-while-unwritable");
     for (int i = 0; i < 200; ++i)
         Logger::Info(QStringLiteral("faults"), QStringLiteral("[dataFolderFault] during %1 ").arg(i) + QString(200, QLatin1Char('x')));
@@ -211,8 +190,7 @@ void TestFaults::dataFolderFault()
     QVERIFY(readFile(Logger::logFilePath()).startsWith(logBefore));
     QCOMPARE(cookiesOnNextStart(), QStringList{QStringLiteral("sid=kept")});
 
-    // Once the disk takes writes again, so does the program, with no restart.
-    QVERIFY(full ? QFile::remove(filler) : mount.setReadOnly(false));
+    QVERIFY(mount.set(fault, false));
     saveCookie("after");
     Logger::Info(QStringLiteral("faults"), QStringLiteral("[dataFolderFault] after"));
     QCOMPARE(cookiesOnNextStart(), QStringList{QStringLiteral("sid=after")});
@@ -257,7 +235,7 @@ void TestFaults::launch()
     QByteArray binary(2048, '\0');
     for (int i = 0; i < binary.size(); ++i)
         binary[i] = char((i * 7919) % 251);
-    DataMount mount;
+    DataMount mount(appDataFolder(dataHome));
     if (fault == QLatin1String("settings")) {
         QVERIFY(writeFile(program.settingsPath(), "[General\npref-debug-enabled=\x01\x02\n" + binary));
     } else if (fault == QLatin1String("cookies")) {
@@ -267,11 +245,7 @@ void TestFaults::launch()
     } else if (!fault.isEmpty()) {
         if (!mountsAvailable)
             QSKIP("no private mount namespace here (unshare refused)");
-        QVERIFY(mount.mountAt(appDataFolder(dataHome)));
-        if (fault == QLatin1String("full"))
-            mount.fill();
-        else
-            QVERIFY(mount.setReadOnly(true));
+        QVERIFY(mount.mounted() && mount.set(fault, true));
     }
 
     QVERIFY(program.start());
@@ -370,8 +344,8 @@ void TestFaults::downloadFillsTheFolder()
     if (!mountsAvailable)
         QSKIP("no private mount namespace here (unshare refused)");
     const QString folder = mTemp.filePath(QStringLiteral("downloads"));
-    DataMount mount;
-    QVERIFY(mount.mountAt(folder));
+    DataMount mount(folder);
+    QVERIFY(mount.mounted());
     QVERIFY(writeFile(folder + QStringLiteral("/older.png"), "the picture saved last week"));
     QByteArray body(1024 * 1024, '\0'); // four times the whole file system
     for (int i = 0; i < body.size(); ++i)

@@ -11,21 +11,24 @@
 #include "stagedfolder.h"
 #include "testenvironment.h"
 
+namespace {
+const int waitMs = 30000;
+}
+
 StagedProgram::StagedProgram(Home home)
     : environment(QProcessEnvironment::systemEnvironment())
     , workingDirectory(StagedFolder::path())
     , mTemp(TestEnvironment::homePath() + QStringLiteral("/program-XXXXXX"))
+    , mHome(home == OwnHome ? mTemp.filePath(QStringLiteral("home")) : TestEnvironment::homePath())
 {
-    mHome = home == OwnHome ? mTemp.filePath(QStringLiteral("home")) : TestEnvironment::homePath();
     if (home == OwnHome) {
-        for (const char* sub : {"config", "data", "cache", "runtime"})
-            QDir().mkpath(mHome + QLatin1Char('/') + QLatin1String(sub));
-        QFile::setPermissions(mHome + QStringLiteral("/runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         environment.insert(QStringLiteral("HOME"), mHome);
-        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), mHome + QStringLiteral("/config"));
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), mHome + QStringLiteral("/data"));
-        environment.insert(QStringLiteral("XDG_CACHE_HOME"), mHome + QStringLiteral("/cache"));
-        environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), mHome + QStringLiteral("/runtime"));
+        for (const char* name : {"CONFIG_HOME=config", "DATA_HOME=data", "CACHE_HOME=cache", "RUNTIME_DIR=runtime"}) {
+            const QStringList pair = QString::fromLatin1(name).split(QLatin1Char('='));
+            QDir().mkpath(mHome + QLatin1Char('/') + pair.last());
+            environment.insert(QStringLiteral("XDG_") + pair.first(), mHome + QLatin1Char('/') + pair.last());
+        }
+        QFile::setPermissions(mHome + QStringLiteral("/runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
     environment.insert(QStringLiteral("TMPDIR"), mTemp.path());
     mProcess.setStandardOutputFile(QProcess::nullDevice());
@@ -38,10 +41,8 @@ StagedProgram::StagedProgram(Home home)
 
 StagedProgram::~StagedProgram()
 {
-    if (mProcess.state() != QProcess::NotRunning) {
-        mProcess.kill();
-        mProcess.waitForFinished(5000);
-    }
+    mProcess.kill();
+    mProcess.waitForFinished(5000);
 }
 
 QString StagedProgram::binary()
@@ -49,15 +50,9 @@ QString StagedProgram::binary()
     return StagedFolder::path() + QStringLiteral("/kestrelgap");
 }
 
-QString StagedProgram::homePath() const
-{
-    return mHome;
-}
-
 QString StagedProgram::settingsPath() const
 {
-    return environment.value(QStringLiteral("XDG_CONFIG_HOME"), mHome + QStringLiteral("/.config"))
-        + QStringLiteral("/Kestrelgap/Kestrelgap.conf");
+    return environment.value(QStringLiteral("XDG_CONFIG_HOME")) + QStringLiteral("/Kestrelgap/Kestrelgap.conf");
 }
 
 QString StagedProgram::setting(const QString& key) const
@@ -98,7 +93,7 @@ bool StagedProgram::waitForExit(int ms)
 
 bool StagedProgram::quit(int ms)
 {
-    ::kill(pid_t(mProcess.processId()), SIGTERM);
+    ::kill(pid_t(pid()), SIGTERM);
     return waitForExit(ms);
 }
 
@@ -109,6 +104,27 @@ QString StagedProgram::xdotool(const QStringList& arguments)
     return process.waitForFinished(10000) ? QString::fromUtf8(process.readAllStandardOutput()).trimmed() : QString();
 }
 
+QRect StagedProgram::geometry(qulonglong window)
+{
+    const QString shell = xdotool({QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), QString::number(window)});
+    const auto field = [&shell](const char* name) {
+        return QRegularExpression(QLatin1String(name) + QStringLiteral("=(-?\\d+)")).match(shell).captured(1).toInt();
+    };
+    return QRect(field("X"), field("Y"), field("WIDTH"), field("HEIGHT"));
+}
+
+void StagedProgram::keys(qulonglong window, const QString& keys)
+{
+    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(window)});
+    xdotool({QStringLiteral("key"), QStringLiteral("--clearmodifiers"), keys});
+}
+
+void StagedProgram::click(qulonglong window, const QPoint& at, int button)
+{
+    xdotool({QStringLiteral("mousemove"), QStringLiteral("--sync"), QStringLiteral("--window"), QString::number(window),
+             QString::number(at.x()), QString::number(at.y()), QStringLiteral("click"), QString::number(button)});
+}
+
 QList<qulonglong> StagedProgram::windows(const QString& title) const
 {
     QList<qulonglong> found;
@@ -117,15 +133,6 @@ QList<qulonglong> StagedProgram::windows(const QString& title) const
                                  .split(QLatin1Char('\n'), Qt::SkipEmptyParts))
         found << id.toULongLong();
     return found;
-}
-
-QRect StagedProgram::geometry(qulonglong window)
-{
-    const QString shell = xdotool({QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), QString::number(window)});
-    const auto field = [&shell](const char* name) {
-        return QRegularExpression(QStringLiteral("%1=(-?\\d+)").arg(QLatin1String(name))).match(shell).captured(1).toInt();
-    };
-    return QRect(field("X"), field("Y"), field("WIDTH"), field("HEIGHT"));
 }
 
 qulonglong StagedProgram::mainWindow() const
@@ -142,67 +149,48 @@ qulonglong StagedProgram::mainWindow() const
     return best;
 }
 
-qulonglong StagedProgram::trayIcon() const
+QSet<qulonglong> StagedProgram::settledWindows() const
 {
-    for (qulonglong window : windows()) {
-        const QSize size = geometry(window).size();
-        if (size.width() == size.height() && size.width() >= 16 && size.width() <= 64)
-            return window;
-    }
-    return 0;
-}
-
-void StagedProgram::keys(qulonglong window, const QString& keys)
-{
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), QString::number(window)});
-    xdotool({QStringLiteral("key"), QStringLiteral("--clearmodifiers"), keys});
-}
-
-void StagedProgram::click(qulonglong window, const QPoint& at, int button)
-{
-    xdotool({QStringLiteral("mousemove"), QStringLiteral("--sync"), QStringLiteral("--window"), QString::number(window),
-             QString::number(at.x()), QString::number(at.y()), QStringLiteral("click"), QString::number(button)});
-}
-
-QSet<qulonglong> StagedProgram::settledWindows(int ms) const
-{
-    QMap<qulonglong, QRect> before;
-    QMap<qulonglong, QRect> now;
+    QMap<qulonglong, QRect> before, now;
     QTest::qWaitFor([&] {
         before = now;
         now.clear();
         for (qulonglong window : windows())
             now.insert(window, geometry(window));
         if (before != now)
-            QTest::qWait(300); // looked at again after a moment
+            QTest::qWait(300); // looked at again a moment later
         return !now.isEmpty() && before == now;
-    }, ms);
-    const QList<qulonglong> keys = now.keys();
-    return QSet<qulonglong>(keys.begin(), keys.end());
+    }, waitMs);
+    const QList<qulonglong> ids = now.keys();
+    return QSet<qulonglong>(ids.begin(), ids.end());
 }
 
-qulonglong StagedProgram::newWindow(const QSet<qulonglong>& known, int ms) const
+qulonglong StagedProgram::newWindow(const QSet<qulonglong>& known) const
 {
     qulonglong found = 0;
     QTest::qWaitFor([&] {
-        for (qulonglong window : windows()) {
-            if (!known.contains(window))
-                found = window;
-        }
+        for (qulonglong window : windows())
+            found = known.contains(window) ? found : window;
         return found != 0;
-    }, ms);
-    if (found != 0)
-        settledWindows(ms);
-    return found;
+    }, waitMs);
+    return found != 0 && settledWindows().contains(found) ? found : 0;
 }
 
 qulonglong StagedProgram::openTrayMenu(int button)
 {
+    const auto trayIcon = [this] {
+        for (qulonglong window : windows()) {
+            const QSize size = geometry(window).size();
+            if (size.width() == size.height() && size.width() >= 16 && size.width() <= 64)
+                return window;
+        }
+        return qulonglong(0);
+    };
     qulonglong icon = 0;
-    if (!QTest::qWaitFor([&] { return (icon = trayIcon()) != 0; }, 30000))
+    if (!QTest::qWaitFor([&] { return (icon = trayIcon()) != 0; }, waitMs))
         return 0;
     // A window still on its way must not pass for the menu.
     const QSet<qulonglong> known = settledWindows();
-    click(icon, geometry(icon).center() - geometry(icon).topLeft(), button);
+    click(icon, QPoint(geometry(icon).width() / 2, geometry(icon).height() / 2), button);
     return newWindow(known);
 }
