@@ -1,6 +1,5 @@
 // The whole program against the development service host, as a user meets it: the real client and
 // devhost, driven through the X display and followed through the devhost's request log.
-#include <QMap>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QSettings>
@@ -16,32 +15,26 @@ constexpr int waitMs = 30000;
 // The demo messenger's five conversations: one popup each, titled with the contact's name.
 const QString popupTitles = QStringLiteral("^(Maya Lindqvist|Dad|Jonah Price|Pharmacy|Priya Nair)$");
 
-// Empty when the popups stand as a tidy stack: equal sizes, columns filled from the top of the
-// screen with no gap beyond a title bar and a spacing, the first column at the right edge.
-QString stackProblem(const QList<QRect>& popups, int screenWidth)
+// Stack order: columns from the right edge, each from the top down.
+bool stackOrder(const QRect& a, const QRect& b)
 {
-    if (popups.isEmpty())
-        return QStringLiteral("no popups");
-    QMap<int, QList<QRect>> columns; // by left edge
-    for (const QRect& popup : popups) {
-        if (popup.size() != popups.first().size())
-            return QStringLiteral("popups of different sizes");
-        columns[popup.x()] << popup;
+    return std::make_pair(-a.x(), a.y()) < std::make_pair(-b.x(), b.y());
+}
+
+// Empty when the popups stand as a tidy stack: equal sizes, the first column at the right edge, each
+// column from the top of the screen with gaps no wider than a title bar and a spacing.
+QString stackProblem(QList<QRect> popups, int screenWidth)
+{
+    std::sort(popups.begin(), popups.end(), stackOrder);
+    for (int i = 0; i < popups.size(); ++i) {
+        const QRect& popup = popups.at(i);
+        const bool columnTop = i == 0 || popup.x() != popups.at(i - 1).x();
+        const int gap = columnTop ? popup.y() : popup.y() - popups.at(i - 1).bottom() - 1;
+        const int rightGap = screenWidth - popup.x() - popup.width();
+        if (popup.size() != popups.first().size() || gap < 0 || gap > (columnTop ? 120 : 80) || (i == 0 && (rightGap < 0 || rightGap > 60)))
+            return QStringLiteral("popup %1 of %2 at %3,%4").arg(i + 1).arg(popups.size()).arg(popup.x()).arg(popup.y());
     }
-    const int rightGap = screenWidth - (columns.lastKey() + popups.first().width());
-    if (rightGap < 0 || rightGap > 60)
-        return QStringLiteral("first column %1 px from the right edge").arg(rightGap);
-    for (QList<QRect> column : columns) {
-        std::sort(column.begin(), column.end(), [](const QRect& a, const QRect& b) { return a.y() < b.y(); });
-        if (column.first().y() > 120)
-            return QStringLiteral("column at x=%1 starts at y=%2").arg(column.first().x()).arg(column.first().y());
-        for (int i = 1; i < column.size(); ++i) {
-            const int gap = column.at(i).y() - column.at(i - 1).bottom() - 1;
-            if (gap < 0 || gap > 80)
-                return QStringLiteral("gap of %1 px at x=%2, y=%3").arg(gap).arg(column.at(i).x()).arg(column.at(i).y());
-        }
-    }
-    return QString();
+    return popups.isEmpty() ? QStringLiteral("no popups") : QString();
 }
 
 bool pushEvent(const QByteArray& json)
@@ -145,12 +138,7 @@ void TestEndToEnd::signInQuitAndComeBackSignedIn()
                               qPrintable(stackProblem(shown.values(), screenWidth)), waitMs);
 
     // Closing the top one of the first column: the ones below slide up into its place.
-    qulonglong top = shown.firstKey();
-    for (auto it = shown.cbegin(); it != shown.cend(); ++it) {
-        const QRect& best = shown[top];
-        if (it->x() > best.x() || (it->x() == best.x() && it->y() < best.y()))
-            top = it.key();
-    }
+    const qulonglong top = shown.key(*std::min_element(shown.cbegin(), shown.cend(), stackOrder));
     StagedProgram::keys(top, QStringLiteral("ctrl+w"));
     QMap<qulonglong, QRect> left;
     QTRY_VERIFY2_WITH_TIMEOUT((left = popups()).size() == 4 && !left.contains(top) && stackProblem(left.values(), screenWidth).isEmpty(),
