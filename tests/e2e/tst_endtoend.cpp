@@ -1,11 +1,7 @@
 // The whole program against the development service host, as a user meets it: the real client and
 // devhost, driven through the X display and followed through the devhost's request log.
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QSettings>
+#include <QtNetwork>
 #include <QtTest>
-
-#include <algorithm>
 
 #include "stagedprogram.h"
 

@@ -1,23 +1,15 @@
-// What the user keeps when the machine misbehaves: a data folder that can't be written or has no
-// space left, damaged files, a missing page folder, a service that is down or silent, a kill in the
+// What the user keeps when the machine misbehaves: a data or download folder that can't be written
+// or fills up, damaged files, a missing page folder, a service that is down or silent, a kill in the
 // middle of a save. Faults of the file system are real mounts in a private mount namespace.
+#include <QtNetwork>
 #include <QtTest>
-
-#include <QGraphicsWebView>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QMessageBox>
-#include <QNetworkCookie>
-#include <QTcpServer>
-#include <QWebFrame>
-#include <QWebPage>
+#include <QtWebKitWidgets>
 
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include "core/logger.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "stagedfolder.h"
@@ -133,7 +125,7 @@ class TestFaults : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
+    void initTestCase() { SimpleCrypt::setUpShared(); }
     void cleanup();
     void dataFolderFault_data();
     void dataFolderFault();
@@ -148,10 +140,6 @@ private:
     QTemporaryDir mTemp;
 };
 
-void TestFaults::initTestCase()
-{
-    SimpleCrypt::setUpShared();
-}
 
 void TestFaults::cleanup()
 {
@@ -166,8 +154,8 @@ void TestFaults::dataFolderFault_data()
     QTest::newRow("no space left") << "full";
 }
 
-// What can't be written is dropped without harm to what is there; once the disk takes writes
-// again, so does the program, with no restart.
+// A save that can't be written leaves the sign-in as it was; once the disk takes writes again, so
+// does the program, with no restart.
 void TestFaults::dataFolderFault()
 {
     QFETCH(QString, fault);
@@ -175,26 +163,16 @@ void TestFaults::dataFolderFault()
         QSKIP("no private mount namespace here (unshare refused)");
     DataMount mount(appDataFolder());
     QVERIFY(mount.mounted() && QDir().mkpath(QFileInfo(cookieFile()).path()));
-    QSettings().setValue(QStringLiteral("pref-debug-enabled"), QStringLiteral("1"));
     saveCookie("kept");
-    Logger::Info(QStringLiteral("faults"), QStringLiteral("[dataFolderFault] before"));
     const QByteArray cookiesBefore = readFile(cookieFile());
-    const QByteArray logBefore = readFile(Logger::logFilePath());
-    QVERIFY(!cookiesBefore.isEmpty() && logBefore.contains("[dataFolderFault] before"));
-
+    QVERIFY(!cookiesBefore.isEmpty());
     QVERIFY(mount.set(fault, true));
     saveCookie("changed-while-unwritable");
-    for (int i = 0; i < 200; ++i)
-        Logger::Info(QStringLiteral("faults"), QStringLiteral("[dataFolderFault] during %1 ").arg(i) + QString(200, QLatin1Char('x')));
     QCOMPARE(readFile(cookieFile()), cookiesBefore);
-    QVERIFY(readFile(Logger::logFilePath()).startsWith(logBefore));
     QCOMPARE(cookiesOnNextStart(), QStringList{QStringLiteral("sid=kept")});
-
     QVERIFY(mount.set(fault, false));
     saveCookie("after");
-    Logger::Info(QStringLiteral("faults"), QStringLiteral("[dataFolderFault] after"));
     QCOMPARE(cookiesOnNextStart(), QStringList{QStringLiteral("sid=after")});
-    QVERIFY(readFile(Logger::logFilePath()).contains("[dataFolderFault] after"));
 }
 
 void TestFaults::launch_data()

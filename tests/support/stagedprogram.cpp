@@ -83,12 +83,10 @@ bool StagedProgram::waitForLaunch(int ms)
 
 bool StagedProgram::waitForExit(int ms)
 {
-    if (!QTest::qWaitFor([this] { return mProcess.state() == QProcess::NotRunning; }, ms)) {
-        mProcess.kill();
-        mProcess.waitForFinished(5000);
-        return false;
-    }
-    return mProcess.exitStatus() == QProcess::NormalExit && mProcess.exitCode() == 0;
+    const bool ended = QTest::qWaitFor([this] { return mProcess.state() == QProcess::NotRunning; }, ms);
+    mProcess.kill();
+    mProcess.waitForFinished(5000);
+    return ended && mProcess.exitStatus() == QProcess::NormalExit && mProcess.exitCode() == 0;
 }
 
 bool StagedProgram::quit(int ms)
@@ -137,16 +135,10 @@ QList<qulonglong> StagedProgram::windows(const QString& title) const
 
 qulonglong StagedProgram::mainWindow() const
 {
-    qulonglong best = 0;
-    int bestArea = 0;
-    for (qulonglong window : windows(QStringLiteral("^Kestrelgap$"))) {
-        const QSize size = geometry(window).size();
-        if (size.width() * size.height() > bestArea) {
-            bestArea = size.width() * size.height();
-            best = window;
-        }
-    }
-    return best;
+    QMap<int, qulonglong> byArea;
+    for (qulonglong window : windows(QStringLiteral("^Kestrelgap$")))
+        byArea.insert(geometry(window).width() * geometry(window).height(), window);
+    return byArea.isEmpty() ? 0 : byArea.last();
 }
 
 QSet<qulonglong> StagedProgram::settledWindows() const
