@@ -33,11 +33,13 @@ bool writeText(const char* path, const QByteArray& text)
 bool enterMountNamespace()
 {
     const QByteArray uid = QByteArray::number(geteuid()), gid = QByteArray::number(getegid());
-    if (geteuid() == 0) {
-        if (unshare(CLONE_NEWNS) != 0)
+    if (geteuid() != 0) {
+        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
             return false;
-    } else if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0 || !(writeText("/proc/self/setgroups", "deny"), true)
-               || !writeText("/proc/self/uid_map", "0 " + uid + " 1") || !writeText("/proc/self/gid_map", "0 " + gid + " 1")) {
+        writeText("/proc/self/setgroups", "deny"); // older kernels have no such file
+        if (!writeText("/proc/self/uid_map", "0 " + uid + " 1") || !writeText("/proc/self/gid_map", "0 " + gid + " 1"))
+            return false;
+    } else if (unshare(CLONE_NEWNS) != 0) {
         return false;
     }
     return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
