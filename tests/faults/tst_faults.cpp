@@ -186,47 +186,34 @@ void TestFaults::dataFolderFault()
 
 void TestFaults::launch_data()
 {
+    QTest::addColumn<QByteArray>("settings"); // the settings file as an earlier launch left it
     QTest::addColumn<QString>("fault");
-    QTest::addColumn<QString>("lastLaunch"); // recorded by an earlier launch
-    QTest::addColumn<QString>("startOnLaunch");
     QTest::addColumn<bool>("registered"); // start at log-in registered by this launch
 
-    QTest::newRow("first launch registers") << "" << "" << "" << true;
-    QTest::newRow("later launch doesn't") << "" << "Mon Nov 23 06:00:00 2026" << "" << false;
-    QTest::newRow("leftover key proves an earlier launch") << "" << "" << "1" << false;
-    QTest::newRow("settings file corrupt") << "settings" << "" << "" << true;
-    QTest::newRow("cookie file corrupt") << "cookies" << "" << "" << true;
-    QTest::newRow("page folder missing") << "pages" << "" << "" << true;
-    QTest::newRow("data folder read-only") << "read-only" << "" << "" << true;
-    QTest::newRow("data folder full") << "full" << "" << "" << true;
+    const QByteArray garbage = QByteArray::fromHex("00ff7f80c3280a5b").repeated(256);
+    QTest::newRow("first launch registers") << QByteArray() << "" << true;
+    QTest::newRow("later launch doesn't") << QByteArray("[General]\nts-last-launch=Mon Nov 23 06:00:00 2026\n") << "" << false;
+    QTest::newRow("leftover key proves an earlier launch") << QByteArray("[General]\nstart-on-launch=1\n") << "" << false;
+    QTest::newRow("settings file corrupt") << "[General\npref-debug-enabled=\x01\x02\n" + garbage << "" << true;
+    QTest::newRow("cookie file corrupt") << QByteArray() << "cookies" << true;
+    QTest::newRow("page folder missing") << QByteArray() << "pages" << true;
+    QTest::newRow("data folder read-only") << QByteArray() << "read-only" << true;
+    QTest::newRow("data folder full") << QByteArray() << "full" << true;
 }
 
 // The real program, each time in a home of its own, reaches its event loop and registers start at
 // log-in on the first launch only, whatever it finds damaged.
 void TestFaults::launch()
 {
+    QFETCH(QByteArray, settings);
     QFETCH(QString, fault);
-    QFETCH(QString, lastLaunch);
-    QFETCH(QString, startOnLaunch);
     QFETCH(bool, registered);
-
     StagedProgram program(StagedProgram::OwnHome);
     const QString dataHome = program.homePath() + QStringLiteral("/data");
-    {
-        QSettings settings(program.settingsPath(), QSettings::IniFormat);
-        if (!lastLaunch.isEmpty())
-            settings.setValue("ts-last-launch", lastLaunch);
-        if (!startOnLaunch.isEmpty())
-            settings.setValue("start-on-launch", startOnLaunch);
-    }
-    QByteArray binary(2048, '\0');
-    for (int i = 0; i < binary.size(); ++i)
-        binary[i] = char((i * 7919) % 251);
+    QVERIFY(settings.isEmpty() || writeFile(program.settingsPath(), settings));
     DataMount mount(appDataFolder(dataHome));
-    if (fault == QLatin1String("settings")) {
-        QVERIFY(writeFile(program.settingsPath(), "[General\npref-debug-enabled=\x01\x02\n" + binary));
-    } else if (fault == QLatin1String("cookies")) {
-        QVERIFY(writeFile(cookieFile(dataHome), binary));
+    if (fault == QLatin1String("cookies")) {
+        QVERIFY(writeFile(cookieFile(dataHome), QByteArray::fromHex("00ff7f80c3280a5b").repeated(256)));
     } else if (fault == QLatin1String("pages")) {
         program.workingDirectory = mTemp.path();
     } else if (!fault.isEmpty()) {
@@ -234,7 +221,6 @@ void TestFaults::launch()
             QSKIP("no private mount namespace here (unshare refused)");
         QVERIFY(mount.mounted() && mount.set(fault, true));
     }
-
     QVERIFY(program.start());
     QVERIFY2(program.waitForLaunch(120000), qPrintable(QStringLiteral("the program ended: exit %1").arg(program.process().exitCode())));
     QCOMPARE(QFile::exists(program.homePath() + QStringLiteral("/config/autostart/kestrelgap.desktop")), registered);
