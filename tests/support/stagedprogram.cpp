@@ -3,7 +3,6 @@
 #include <QDateTime>
 #include <QDir>
 #include <QRegularExpression>
-#include <QSettings>
 #include <QTest>
 
 #include <csignal>
@@ -57,7 +56,11 @@ QString StagedProgram::settingsPath() const
 
 QString StagedProgram::setting(const QString& key) const
 {
-    return QSettings(settingsPath(), QSettings::IniFormat).value(key).toString();
+    // The file as it is now: QSettings would answer from a parse it keeps while the size and time match.
+    QFile file(settingsPath());
+    const QString text = file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    const QRegularExpression line(QStringLiteral("^%1=(.*)$").arg(QRegularExpression::escape(key)), QRegularExpression::MultilineOption);
+    return line.match(text).captured(1).trimmed();
 }
 
 bool StagedProgram::start()
