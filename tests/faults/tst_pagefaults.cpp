@@ -158,7 +158,7 @@ void TestPageFaults::everyBridgeSlot()
         QElapsedTimer clock;
         clock.start();
         mGui.eval(QStringLiteral("try { %1; } catch (e) {}").arg(call));
-        QVERIFY2(clock.elapsed() < 20000, qPrintable(call.left(200)));
+        QVERIFY2(clock.elapsed() < 60000, qPrintable(call.left(200))); // a hang, not a slow machine
         called << QString::fromLatin1(method.name());
     }
     QVERIFY(called.contains(QStringLiteral("downloadFile")) && called.contains(QStringLiteral("launchQuickReply")));
