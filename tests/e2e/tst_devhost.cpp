@@ -25,6 +25,10 @@ void TestDevHost::initTestCase()
         {mSite + "/signout.html", "signing out"},
         {mSite + "/main.html", "<h1>@USER_NAME@ at @SERVICE_HOST@</h1>"},
         {mSite + "/media/pic.png", "\x89PNG@SERVICE_HOST@"}, // left as it is
+        {mSite + "/versioncheck.json", "{\"download_path_pc\": \"http://@SERVICE_HOST@/downloads/@UPDATE_INSTALLER@\"}"},
+        {mSite + "/downloads/both.sh", "from the site"},
+        {mTemp.filePath("downloads/both.sh"), "from the build"},
+        {mTemp.filePath("downloads/demo.deb"), "!<arch>\ndebian-binary @SERVICE_HOST@"},
         {mTemp.filePath("secret.txt"), "secret"}, // beside the site: nothing may reach it
     };
     for (const auto& file : files) {
@@ -61,6 +65,12 @@ void TestDevHost::routes_data()
     QTest::newRow("climbing out of the site") << get << "/../secret.txt" << none << none << 404 << none << none;
     QTest::newRow("encoded climb") << get << "/%2e%2e/secret.txt" << none << none << 404 << none << none;
     QTest::newRow("backslash path") << get << "/media%5Cpic.png" << none << none << 404 << none << none;
+    QTest::newRow("the update named by the host") << get << "/versioncheck.json" << none << none << 200 << none
+        << QByteArray("\"http://127.0.0.1:9876/downloads/demo.deb\"");
+    QTest::newRow("package from the build's downloads") << get << "/downloads/demo.deb" << none << none << 200 << none
+        << QByteArray("!<arch>\ndebian-binary @SERVICE_HOST@");
+    QTest::newRow("the site's own download wins") << get << "/downloads/both.sh" << none << none << 200 << none << QByteArray("from the site");
+    QTest::newRow("climbing out of the downloads") << get << "/downloads/%2e%2e/%2e%2e/secret.txt" << none << none << 404 << none << none;
     QTest::newRow("POST to a file is refused") << QByteArray("POST") << "/main.html" << QByteArray("kg_session=Ann") << QByteArray("x") << 405 << none << none;
 }
 
@@ -76,7 +86,10 @@ void TestDevHost::routes()
     HttpServer::Request request{method, path, "HTTP/1.1", {}, body};
     if (!cookie.isEmpty())
         request.headers.append({"Cookie", cookie});
-    const HttpServer::Reply reply = DevHost(mSite, QStringLiteral("127.0.0.1:9876")).handle(request);
+    DevHost host(mSite, QStringLiteral("127.0.0.1:9876"));
+    host.setDownloadsFolder(mTemp.filePath(QStringLiteral("downloads")));
+    host.setUpdateInstaller(QStringLiteral("demo.deb"));
+    const HttpServer::Reply reply = host.handle(request);
     QMap<QByteArray, QByteArray> headers;
     for (const auto& header : reply.headers)
         headers.insert(header.first.toLower(), header.second);
