@@ -28,7 +28,6 @@ openbox
 x11-utils
 x11-xserver-utils
 xdotool
-tesseract-ocr
 imagemagick
 dbus
 dbus-x11
