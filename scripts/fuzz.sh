@@ -5,13 +5,13 @@
 # build-fuzz/artifacts/ and makes the script fail.
 #
 # Usage: scripts/fuzz.sh [--seconds N] [target...]     (default: 60 seconds, every target)
-#   targets: simplecrypt cookiestream singleinstance properties allowedurls versioncheck
-#            notificationtext downloadname cappedreader settings cookieini
+#   targets: simplecrypt singleinstance allowedurls versioncheck
+#            notificationtext downloadname cappedreader cookieini
 #   Reproduce a finding: build-fuzz/tests/fuzz/fuzz_<target> build-fuzz/artifacts/<file>
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 build="${KESTRELGAP_FUZZ_BUILD_DIR:-$here/build-fuzz}"
-all_targets="simplecrypt cookiestream singleinstance properties allowedurls versioncheck notificationtext downloadname cappedreader settings cookieini"
+all_targets="simplecrypt singleinstance allowedurls versioncheck notificationtext downloadname cappedreader cookieini"
 
 seconds=60
 targets=()

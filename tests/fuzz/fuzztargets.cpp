@@ -8,8 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/logger.h"
-#include "core/properties.h"
 #include "core/servicehost.h"
 #include "qtsingleapplication/qtlocalpeer.h"
 #include "resourceinit.h"
@@ -76,18 +74,6 @@ void simplecrypt(const QByteArray& input)
     require(writer.lastError() == SimpleCrypt::ErrorNoError);
 }
 
-// The stored cookie list: no allocation the size of a lie, and every cookie writes back as a cookie.
-void cookiestream(const QByteArray& input)
-{
-    QDataStream stream(input);
-    QList<QNetworkCookie> cookies;
-    stream >> cookies;
-    for (const QNetworkCookie& cookie : cookies) {
-        decryptSharedText(QString::fromUtf8(cookie.value()));
-        require(cookie.toRawForm(QNetworkCookie::Full).contains('='));
-    }
-}
-
 // "c.ini" as other programs may leave it: the jar loads, and hands out only named cookies.
 void cookieini(const QByteArray& input)
 {
@@ -122,16 +108,6 @@ void singleinstance(const QByteArray& input)
     // Its end of the connection (a child of the server) goes too, whatever was sent.
     require(QTest::qWaitFor([] { return peer->server->findChildren<QLocalSocket*>().isEmpty(); }, 20000));
     QObject::disconnect(done);
-}
-
-void properties(const QByteArray& input)
-{
-    QByteArray bytes = input;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::ReadOnly);
-    const QMap<QString, QString> read = Properties::parse(&buffer);
-    for (auto it = read.cbegin(); it != read.cend(); ++it)
-        require(!it.key().isEmpty() && !it.key().contains(QLatin1Char('=')));
 }
 
 // The allowed-URL list comes over plain http: the sign-in pages stay allowed whatever it says.
@@ -214,20 +190,10 @@ void cappedreader(const QByteArray& input)
     require(DocumentLimits::read(&reply).size() <= DocumentLimits::maxBytes);
 }
 
-// Any settings file other programs may write: the logging switch is on only for the exact "1".
-void settings(const QByteArray& input)
-{
-    writeFile(QSettings().fileName(), input);
-    QSettings stored;
-    require(Logger::isLoggingEnabled() == (stored.value(QStringLiteral("pref-debug-enabled")).toString() == "1"));
-    Logger::isDebugCodeValid();
-}
-
 using Target = void (*)(const QByteArray&);
-const QMap<QString, Target> targets { { "simplecrypt", simplecrypt }, { "cookiestream", cookiestream },
-    { "cookieini", cookieini }, { "singleinstance", singleinstance }, { "properties", properties },
-    { "allowedurls", allowedurls }, { "versioncheck", versioncheck }, { "notificationtext", notificationtext },
-    { "downloadname", downloadname }, { "cappedreader", cappedreader }, { "settings", settings } };
+const QMap<QString, Target> targets { { "simplecrypt", simplecrypt }, { "cookieini", cookieini },
+    { "singleinstance", singleinstance }, { "allowedurls", allowedurls }, { "versioncheck", versioncheck },
+    { "notificationtext", notificationtext }, { "downloadname", downloadname }, { "cappedreader", cappedreader } };
 
 void setUp(int argc, char** argv)
 {
