@@ -111,7 +111,6 @@ private slots:
         QFETCH(qint64, existing);
         QFETCH(int, count);
         QFETCH(int, length);
-        QFETCH(int, files);
 
         QSettings().setValue("pref-debug-enabled", "1");
         QVERIFY(logFolder().mkpath("."));
@@ -124,13 +123,13 @@ private slots:
         debugOutput.clear();
 
         const QFileInfoList all = logFolder().entryInfoList(QDir::Files, QDir::Time);
-        QCOMPARE(all.size(), files);
+        QTEST(all.size(), "files");
         qint64 total = 0;
         for (const QFileInfo& info : all)
             total += info.size();
         // Six files of at most 1 MiB and one cut line each.
         QVERIFY2(total <= 6 * (rotationSize + 66000), qPrintable(QString::number(total)));
-        if (files == 1)
+        if (all.size() == 1)
             return;
         const QRegularExpression previous('^' + stamp + " - Previuous log "
             + QRegularExpression::escape(logFolder().filePath("kg_"))
@@ -152,9 +151,8 @@ private slots:
         QTest::newRow("line without =") << QByteArray("justtext\r\n") << StringMap { { "justtext", "justtext" } };
         QTest::newRow("empty key and empty lines skipped")
             << QByteArray("=orphan\r\n\r\nkept=\r\n") << StringMap { { "kept", "" } };
-        QTest::newRow("blanks kept, UTF-8") << QByteArray(" key = Cr\xc3\xa9"
-                                                          "celle\r\n")
-                                            << StringMap { { " key ", QStringLiteral(" Cr\u00e9celle") } };
+        QTest::newRow("blanks kept, UTF-8")
+            << QByteArray(" key = Cr\xc3\xa9" "celle\r\n") << StringMap { { " key ", QStringLiteral(" Cr\u00e9celle") } };
     }
 
     void parse()
@@ -192,10 +190,8 @@ private slots:
         QTest::addColumn<bool>("cacheEmptied");
 
         QTest::newRow("first run") << QString() << "2.89" << true;
-        QTest::newRow("same version") << "2.89"
-                                      << "2.89" << false;
-        QTest::newRow("2.89 to 2.9") << "2.89"
-                                     << "2.9" << true;
+        QTest::newRow("same version") << "2.89" << "2.89" << false;
+        QTest::newRow("2.89 to 2.9") << "2.89" << "2.9" << true;
         QTest::newRow("build's own, unchanged") << Properties::getInstance()->getValue("version") << QString() << false;
     }
 

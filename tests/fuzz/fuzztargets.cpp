@@ -2,19 +2,13 @@
 // processes). Built once per target with FUZZ_TARGET for libFuzzer (scripts/fuzz.sh), and once
 // without it as a replay of every committed seed in tests/fuzz/corpus/<target>/.
 #include <QtNetwork>
-#include <QtTest>
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
-#include "core/servicehost.h"
-#include "qtsingleapplication/qtlocalpeer.h"
 #include "resourceinit.h"
 #include "updates/documentlimits.h"
 #include "updates/downloadfile.h"
-#include "updates/versioncheck.h"
-#include "web/containerallowedurls.h"
 #include "web/cookiejar.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
@@ -23,16 +17,14 @@ namespace {
 
 void require(bool holds) { if (!holds) abort(); }
 
-// A reply with status 200 whose body arrives as the target says; finished unless told otherwise.
+// A reply with status 200 whose body arrives as the target says.
 class Reply : public QNetworkReply
 {
 public:
-    explicit Reply(const QUrl& url, const QByteArray& body = QByteArray(), bool finished = true) : body(body)
+    Reply()
     {
-        setUrl(url);
         setAttribute(QNetworkRequest::HttpStatusCodeAttribute, 200);
         open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-        setFinished(finished);
     }
     void abort() override { ++aborts, setFinished(true); }
     void arrive(const QByteArray& piece) { body.append(piece), emit downloadProgress(body.size(), -1); }
@@ -87,58 +79,6 @@ void cookieini(const QByteArray& input)
         require(!cookie.name().isEmpty());
 }
 
-// A later start's message over the local socket: taken or dropped, never trusted, never held on to.
-void singleinstance(const QByteArray& input)
-{
-    struct Peer : QtLocalPeer {
-        Peer() : QtLocalPeer(nullptr, QStringLiteral("kestrelgap-fuzz")) { require(!isClient()); }
-        using QtLocalPeer::server;
-        using QtLocalPeer::socketName;
-    };
-    static Peer* peer = new Peer();
-    bool accepted = false;
-    const auto done = QObject::connect(peer->server, &QLocalServer::newConnection, [&accepted] { accepted = true; });
-    QLocalSocket client;
-    client.connectToServer(peer->socketName);
-    require(client.waitForConnected(5000));
-    client.write(input);
-    client.waitForBytesWritten(5000);
-    require(QTest::qWaitFor([&accepted] { return accepted; }, 5000));
-    client.disconnectFromServer(); // gone at once, as a crashed or hostile sender
-    // Its end of the connection (a child of the server) goes too, whatever was sent.
-    require(QTest::qWaitFor([] { return peer->server->findChildren<QLocalSocket*>().isEmpty(); }, 20000));
-    QObject::disconnect(done);
-}
-
-// The allowed-URL list comes over plain http: the sign-in pages stay allowed whatever it says.
-void allowedurls(const QByteArray& input)
-{
-    ContainerAllowedUrls urls(nullptr);
-    Reply reply(ContainerAllowedUrls::documentUrl(), input);
-    urls.requestFinished(&reply);
-    const QString signIn = QStringLiteral("https://") + ServiceHost::signInHost();
-    require(urls.isUrlAllowed(QUrl(signIn + QStringLiteral("/ServiceLogin?continue=x"))));
-    require(urls.isUrlAllowed(QUrl(signIn + QStringLiteral("/AccountChooser"))));
-}
-
-// The version document comes over plain http: it always ends in "loaded", its version is a number
-// that decides the update offer, and a body that is no JSON object reads as no version.
-void versioncheck(const QByteArray& input)
-{
-    static VersionCheck* check = new VersionCheck(nullptr);
-    QSignalSpy loaded(check, &VersionCheck::versionCheckLoadComplete), failed(check, &VersionCheck::versionCheckErrorOccurred);
-    Reply reply(VersionCheck::documentUrl(), input);
-    check->requestFinished(&reply);
-    require(loaded.size() == 1 && failed.isEmpty() && VersionCheck::installedVersion() > 0);
-    const double published = check->getCurrentVersion();
-    require(std::isfinite(published));
-    if (!input.startsWith("\xEF\xBB\xBF") && !input.trimmed().startsWith('{'))
-        require(published == 0 && check->getDownloadPath().isEmpty());
-    QObject store;
-    require(check->compareWithInstalled(&store, QStringLiteral("fuzz")) == (published <= VersionCheck::installedVersion()));
-    require(store.property("current_version").toDouble() == published);
-}
-
 // A balloon's text, URL-encoded or not: never emptied or lengthened; plain text shows as sent,
 // and text encoded the page's two ways comes back exactly.
 void notificationtext(const QByteArray& input)
@@ -180,7 +120,7 @@ void cappedreader(const QByteArray& input)
         return;
     const QByteArray body = input.mid(4).repeated(1 + uchar(input[0]));
     const int piece = 1 + (uchar(input[1]) << 8 | uchar(input[2])) * 4;
-    Reply reply(QUrl(), QByteArray(), false);
+    Reply reply;
     DocumentLimits::guard(&reply);
     if (input[3] & 1)
         reply.announce(body.size());
@@ -192,14 +132,13 @@ void cappedreader(const QByteArray& input)
 
 using Target = void (*)(const QByteArray&);
 const QMap<QString, Target> targets { { "simplecrypt", simplecrypt }, { "cookieini", cookieini },
-    { "singleinstance", singleinstance }, { "allowedurls", allowedurls }, { "versioncheck", versioncheck },
     { "notificationtext", notificationtext }, { "downloadname", downloadname }, { "cappedreader", cappedreader } };
 
 void setUp(int argc, char** argv)
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {}); // a line costs more than an input
     static int count = argc;
-    new QCoreApplication(count, argv); // sockets, replies and settings want one
+    new QCoreApplication(count, argv); // replies and settings want one
     SimpleCrypt::setUpShared();
     kestrelgapInitResources(); // this build's own version
 }

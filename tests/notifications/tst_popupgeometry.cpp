@@ -56,8 +56,7 @@ private slots:
         QFETCH(QSize, asked);
         QFETCH(QSize, available);
         QFETCH(double, zoom);
-        QFETCH(QSize, expected);
-        QCOMPARE(scaledSize(boundedSize(asked, available, zoom), zoom), expected);
+        QTEST(scaledSize(boundedSize(asked, available, zoom), zoom), "expected");
     }
 
     void composePlace_data()
@@ -81,8 +80,7 @@ private slots:
         QFETCH(int, availableWidth);
         QFETCH(int, screenWidth);
         QFETCH(double, osScale);
-        QFETCH(QPoint, expected);
-        QCOMPARE(PopupGeometry::composePlace(icon, QSize(400, 500), availableWidth, screenWidth, osScale), expected);
+        QTEST(PopupGeometry::composePlace(icon, QSize(400, 500), availableWidth, screenWidth, osScale), "expected");
     }
 
     void stackedPlace_data()
@@ -96,9 +94,9 @@ private slots:
         const QSize popup(300, 200);
         QList<StackedPopup> five = fourStacked;
         five << stacked(5, 2, 1312, 33);
-        QList<StackedPopup> bordered;
-        for (const StackedPopup& p : fourStacked)
-            bordered << stacked(p.index, 1, 1612, p.recordedY, 200, 300, 2);
+        const QList<StackedPopup> bordered { stacked(1, 1, 1612, 33, 200, 300, 2),
+            stacked(2, 1, 1612, 274, 200, 300, 2), stacked(3, 1, 1612, 515, 200, 300, 2),
+            stacked(4, 1, 1612, 756, 200, 300, 2) };
         QList<StackedPopup> sameKey { stacked(1, 1, 1612, 33), stacked(2, 1, 1612, 274), stacked(2, 1, 1612, 515) };
         sameKey.last().otherKey = false;
 
@@ -125,9 +123,8 @@ private slots:
         QFETCH(QSize, size);
         QFETCH(QSize, available);
         QFETCH(double, osScale);
-        QFETCH(QRect, expected);
         const StackPlace place = PopupGeometry::stackedPlace(stack, size, available, osScale);
-        QCOMPARE(QRect(place.x, place.y, place.column, place.index), expected);
+        QTEST(QRect(place.x, place.y, place.column, place.index), "expected");
     }
 
     // Each move as "W<index> <x>,<y> c<column> r<recorded x>", and "still" when it compares as not moving.
@@ -188,15 +185,13 @@ private slots:
         QFETCH(QRect, closed);
         QFETCH(QSize, available);
         QFETCH(double, osScale);
-        QFETCH(QStringList, expected);
-
         QStringList moves;
         for (const ReflowMove& m : PopupGeometry::reflow(popups, closed.x(), closed.y(), closed.width(), available, osScale)) {
             QCOMPARE(m.from, QRect(popups.at(m.popup).frame.topLeft(), popups.at(m.popup).client.size()));
             moves << QStringLiteral("W%1 %2,%3 c%4 r%5%6").arg(popups.at(m.popup).index).arg(m.to.x()).arg(m.to.y()).arg(m.column)
                          .arg(m.recordedX).arg(m.moving ? QString() : QStringLiteral(" still"));
         }
-        QCOMPARE(moves, expected);
+        QTEST(moves, "expected");
     }
 };
 
