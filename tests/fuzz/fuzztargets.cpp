@@ -2,21 +2,13 @@
 // processes). Built once per target with FUZZ_TARGET for libFuzzer (scripts/fuzz.sh), and once
 // without it as a replay of every committed seed in tests/fuzz/corpus/<target>/.
 #include <QtNetwork>
-#include <QtTest>
 
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 
-#include "core/logger.h"
-#include "core/properties.h"
-#include "core/servicehost.h"
-#include "qtsingleapplication/qtlocalpeer.h"
 #include "resourceinit.h"
 #include "updates/documentlimits.h"
 #include "updates/downloadfile.h"
-#include "updates/versioncheck.h"
-#include "web/containerallowedurls.h"
 #include "web/cookiejar.h"
 #include "web/indexwindow.h"
 #include "web/simplecrypt.h"
@@ -25,16 +17,14 @@ namespace {
 
 void require(bool holds) { if (!holds) abort(); }
 
-// A reply with status 200 whose body arrives as the target says; finished unless told otherwise.
+// A reply with status 200 whose body arrives as the target says.
 class Reply : public QNetworkReply
 {
 public:
-    explicit Reply(const QUrl& url, const QByteArray& body = QByteArray(), bool finished = true) : body(body)
+    Reply()
     {
-        setUrl(url);
         setAttribute(QNetworkRequest::HttpStatusCodeAttribute, 200);
         open(QIODevice::ReadOnly | QIODevice::Unbuffered);
-        setFinished(finished);
     }
     void abort() override { ++aborts, setFinished(true); }
     void arrive(const QByteArray& piece) { body.append(piece), emit downloadProgress(body.size(), -1); }
@@ -76,18 +66,6 @@ void simplecrypt(const QByteArray& input)
     require(writer.lastError() == SimpleCrypt::ErrorNoError);
 }
 
-// The stored cookie list: no allocation the size of a lie, and every cookie writes back as a cookie.
-void cookiestream(const QByteArray& input)
-{
-    QDataStream stream(input);
-    QList<QNetworkCookie> cookies;
-    stream >> cookies;
-    for (const QNetworkCookie& cookie : cookies) {
-        decryptSharedText(QString::fromUtf8(cookie.value()));
-        require(cookie.toRawForm(QNetworkCookie::Full).contains('='));
-    }
-}
-
 // "c.ini" as other programs may leave it: the jar loads, and hands out only named cookies.
 void cookieini(const QByteArray& input)
 {
@@ -99,68 +77,6 @@ void cookieini(const QByteArray& input)
     jar.acceptPolicy(); // loads on first use
     for (const QNetworkCookie& cookie : jar.allCookies())
         require(!cookie.name().isEmpty());
-}
-
-// A later start's message over the local socket: taken or dropped, never trusted, never held on to.
-void singleinstance(const QByteArray& input)
-{
-    struct Peer : QtLocalPeer {
-        Peer() : QtLocalPeer(nullptr, QStringLiteral("kestrelgap-fuzz")) { require(!isClient()); }
-        using QtLocalPeer::server;
-        using QtLocalPeer::socketName;
-    };
-    static Peer* peer = new Peer();
-    bool accepted = false;
-    const auto done = QObject::connect(peer->server, &QLocalServer::newConnection, [&accepted] { accepted = true; });
-    QLocalSocket client;
-    client.connectToServer(peer->socketName);
-    require(client.waitForConnected(5000));
-    client.write(input);
-    client.waitForBytesWritten(5000);
-    require(QTest::qWaitFor([&accepted] { return accepted; }, 5000));
-    client.disconnectFromServer(); // gone at once, as a crashed or hostile sender
-    // Its end of the connection (a child of the server) goes too, whatever was sent.
-    require(QTest::qWaitFor([] { return peer->server->findChildren<QLocalSocket*>().isEmpty(); }, 20000));
-    QObject::disconnect(done);
-}
-
-void properties(const QByteArray& input)
-{
-    QByteArray bytes = input;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::ReadOnly);
-    const QMap<QString, QString> read = Properties::parse(&buffer);
-    for (auto it = read.cbegin(); it != read.cend(); ++it)
-        require(!it.key().isEmpty() && !it.key().contains(QLatin1Char('=')));
-}
-
-// The allowed-URL list comes over plain http: the sign-in pages stay allowed whatever it says.
-void allowedurls(const QByteArray& input)
-{
-    ContainerAllowedUrls urls(nullptr);
-    Reply reply(ContainerAllowedUrls::documentUrl(), input);
-    urls.requestFinished(&reply);
-    const QString signIn = QStringLiteral("https://") + ServiceHost::signInHost();
-    require(urls.isUrlAllowed(QUrl(signIn + QStringLiteral("/ServiceLogin?continue=x"))));
-    require(urls.isUrlAllowed(QUrl(signIn + QStringLiteral("/AccountChooser"))));
-}
-
-// The version document comes over plain http: it always ends in "loaded", its version is a number
-// that decides the update offer, and a body that is no JSON object reads as no version.
-void versioncheck(const QByteArray& input)
-{
-    static VersionCheck* check = new VersionCheck(nullptr);
-    QSignalSpy loaded(check, &VersionCheck::versionCheckLoadComplete), failed(check, &VersionCheck::versionCheckErrorOccurred);
-    Reply reply(VersionCheck::documentUrl(), input);
-    check->requestFinished(&reply);
-    require(loaded.size() == 1 && failed.isEmpty() && VersionCheck::installedVersion() > 0);
-    const double published = check->getCurrentVersion();
-    require(std::isfinite(published));
-    if (!input.startsWith("\xEF\xBB\xBF") && !input.trimmed().startsWith('{'))
-        require(published == 0 && check->getDownloadPath().isEmpty());
-    QObject store;
-    require(check->compareWithInstalled(&store, QStringLiteral("fuzz")) == (published <= VersionCheck::installedVersion()));
-    require(store.property("current_version").toDouble() == published);
 }
 
 // A balloon's text, URL-encoded or not: never emptied or lengthened; plain text shows as sent,
@@ -204,7 +120,7 @@ void cappedreader(const QByteArray& input)
         return;
     const QByteArray body = input.mid(4).repeated(1 + uchar(input[0]));
     const int piece = 1 + (uchar(input[1]) << 8 | uchar(input[2])) * 4;
-    Reply reply(QUrl(), QByteArray(), false);
+    Reply reply;
     DocumentLimits::guard(&reply);
     if (input[3] & 1)
         reply.announce(body.size());
@@ -214,26 +130,15 @@ void cappedreader(const QByteArray& input)
     require(DocumentLimits::read(&reply).size() <= DocumentLimits::maxBytes);
 }
 
-// Any settings file other programs may write: the logging switch is on only for the exact "1".
-void settings(const QByteArray& input)
-{
-    writeFile(QSettings().fileName(), input);
-    QSettings stored;
-    require(Logger::isLoggingEnabled() == (stored.value(QStringLiteral("pref-debug-enabled")).toString() == "1"));
-    Logger::isDebugCodeValid();
-}
-
 using Target = void (*)(const QByteArray&);
-const QMap<QString, Target> targets { { "simplecrypt", simplecrypt }, { "cookiestream", cookiestream },
-    { "cookieini", cookieini }, { "singleinstance", singleinstance }, { "properties", properties },
-    { "allowedurls", allowedurls }, { "versioncheck", versioncheck }, { "notificationtext", notificationtext },
-    { "downloadname", downloadname }, { "cappedreader", cappedreader }, { "settings", settings } };
+const QMap<QString, Target> targets { { "simplecrypt", simplecrypt }, { "cookieini", cookieini },
+    { "notificationtext", notificationtext }, { "downloadname", downloadname }, { "cappedreader", cappedreader } };
 
 void setUp(int argc, char** argv)
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {}); // a line costs more than an input
     static int count = argc;
-    new QCoreApplication(count, argv); // sockets, replies and settings want one
+    new QCoreApplication(count, argv); // replies and settings want one
     SimpleCrypt::setUpShared();
     kestrelgapInitResources(); // this build's own version
 }

@@ -4,6 +4,7 @@
 #include <QDesktopServices>
 #include <QGraphicsWebView>
 #include <QMenu>
+#include <QNetworkAccessManager>
 #include <QWebFrame>
 #include <QWebPage>
 
@@ -20,18 +21,24 @@ const QString listPath = QStringLiteral("/prod-assets/desktop-client/friendlyurl
 
 // The page calls these by name; a renamed slot breaks the web app silently.
 const char* const pageSlots
-    = "addJSObject mainLoadStarted mainLoadFinished linkClicked showMainWindow showWindow "
-      "refreshWindow focusResponseField isMainWindowFocused updateClientLoginStateForMenuItems setDockIconUnreadcount "
-      "log logInfo logError setSetting getSetting removeSetting setDefaultDownloadLocationSetting "
+    = "addJSObject mainLoadStarted mainLoadFinished linkClicked showMainWindow showWindow refreshWindow "
+      "focusResponseField isMainWindowFocused updateClientLoginStateForMenuItems setDockIconUnreadcount log logInfo "
+      "logError setSetting getSetting removeSetting setDefaultDownloadLocationSetting "
       "getDefaultDownloadLocationSetting getApplicationProperty setNativeNotificationSetting "
       "getNativeNotificationSetting setNotificationSoundSetting getNotificationSoundSetting "
-      "setNotificationSoundEnabled "
-      "isNotificationSoundEnabled logKissMetricsEvent logGoogleAnalyticsEvent logAnalyticsEvent "
-      "composeNewActionClicked "
-      "signoutActionClicked settingsActionClicked launchLivePhoneView launchPhoneDialer launchQuickReply "
-      "showBatteryStatus showNotification closeAllNotificationWindows closeNotificationWindow setJsonForWindows "
-      "processJson isNotificationSoundEnabledForThisOSVersion playNotificationSound downloadFile mediaDownloadComplete "
-      "showInFolder opendDownloadedFile changeLanguageCode";
+      "setNotificationSoundEnabled isNotificationSoundEnabled logKissMetricsEvent logGoogleAnalyticsEvent "
+      "logAnalyticsEvent composeNewActionClicked signoutActionClicked settingsActionClicked launchLivePhoneView "
+      "launchPhoneDialer launchQuickReply showBatteryStatus showNotification closeAllNotificationWindows "
+      "closeNotificationWindow setJsonForWindows processJson isNotificationSoundEnabledForThisOSVersion "
+      "playNotificationSound downloadFile mediaDownloadComplete showInFolder opendDownloadedFile changeLanguageCode";
+
+HttpServer::Reply listDocument(const QByteArray& body, int status = 200)
+{
+    HttpServer::Reply reply;
+    reply.status = status;
+    reply.body = body;
+    return reply;
+}
 
 QString ga(const QString& name, const QString& label = QStringLiteral("pc"))
 {
@@ -68,6 +75,17 @@ class TestIndexWindow : public QObject {
         return nullptr;
     }
 
+    // Fetches the list and waits until its reply has been handled; answers how often it said it loaded.
+    int load(ContainerAllowedUrls& list, const HttpServer::Reply& reply)
+    {
+        mServer.setReply(listPath, reply);
+        // The list's manager is its child and reaches the list first: once this spy fires, it is handled.
+        QSignalSpy finished(list.findChild<QNetworkAccessManager*>(), &QNetworkAccessManager::finished);
+        QSignalSpy complete(&list, &ContainerAllowedUrls::containerAllowedUrlsLoadComplete);
+        list.loadObject();
+        return finished.wait(10000) ? complete.count() : -1;
+    }
+
 public slots:
     void openInBrowser(const QUrl& url) { mOpenedInBrowser << url; } // stands in for the user's browser
 
@@ -77,6 +95,7 @@ private slots:
         QDesktopServices::setUrlHandler("http", this, "openInBrowser");
         QVERIFY(mServer.listen());
         mServer.serve("/friendly/page", "<html><body><p>landed</p></body></html>", "text/html");
+        mServer.serve("/elsewhere.json", R"({"urls":[{"url":"unlisted"}]})", "application/json");
         mServer.serve(listPath,
             R"({"urls":[{"url":"127.0.0.1:)" + QByteArray::number(mServer.port()) + R"(/friendly"}]})",
             "application/json");
@@ -122,10 +141,8 @@ private slots:
         QTest::newRow("kiss event with a null object")
             << page + "logKissMetricsEvent('e', null)" << none << QStringList(km("e"));
         // An empty value reads as absent; "0" is a value.
-        QTest::newRow("setting empty") << set("own", "") + page + "getSetting('own', 'f')"
-                                       << "ok:string:f" << QStringList();
-        QTest::newRow("setting zero") << set("own", "0") + page + "getSetting('own', 'f')"
-                                      << "ok:string:0" << QStringList();
+        QTest::newRow("setting empty, then zero") << "[" + set("own", "") + page + "getSetting('own', 'f'), "
+                + set("own", "0") + page + "getSetting('own', 'f')]" << "ok:object:,f,,0" << QStringList();
         // Only "1" is on; a fresh store is given "0", anything else stays as it is.
         const QString sound
             = page + "isNotificationSoundEnabled(), " + page + "getSetting('play-notification-sound', '-')]";
@@ -193,6 +210,65 @@ private slots:
         frame->evaluateJavaScript(QString("activateLink('%1')").arg(mServer.url("/friendly/page").toString()));
         QTRY_COMPARE(frame->toPlainText(), QStringLiteral("landed"));
         QCOMPARE(mOpenedInBrowser.size(), 1);
+    }
+
+    void decision_data()
+    {
+        QTest::addColumn<QString>("url"); // %SIGNIN%: the build's sign-in host
+        QTest::addColumn<bool>("builtIn"); // allowed by the built-in entries alone
+        QTest::addColumn<bool>("fetched"); // allowed once the served list is in
+
+        QTest::newRow("sign-in page") << "https://%SIGNIN%/ServiceLogin?service=mail&continue=x" << true << true;
+        QTest::newRow("sign-in path in capitals") << "https://%SIGNIN%/SERVICELOGIN" << false << false;
+        QTest::newRow("other page of the sign-in host") << "https://%SIGNIN%/signin/v2/identifier" << false << false;
+        // The served list: "kestrelgap.test/messages", "http://secure.test".
+        QTest::newRow("listed host and path") << "http://kestrelgap.test/messages/42" << false << true;
+        QTest::newRow("listed host, other path") << "http://kestrelgap.test/settings" << false << false;
+        QTest::newRow("listed text inside a query")
+            << "https://other.test/?r=kestrelgap.test/messages" << false << true;
+        QTest::newRow("listed scheme, other scheme") << "https://secure.test/a" << false << false;
+    }
+
+    void decision()
+    {
+        QFETCH(QString, url);
+        const QUrl target(url.replace("%SIGNIN%", ServiceHost::signInHost()));
+        ContainerAllowedUrls list(nullptr);
+        QTEST(list.isUrlAllowed(target), "builtIn");
+        const QByteArray served = R"({"version":1,"urls":[{"url":"kestrelgap.test/messages"},)"
+                                  R"({"url":"http://secure.test","note":"x"}]})";
+        QCOMPARE(load(list, listDocument(served)), 1);
+        QTEST(list.isUrlAllowed(target), "fetched");
+    }
+
+    void fetchOutcome_data()
+    {
+        QTest::addColumn<HttpServer::Reply>("reply");
+        QTest::addColumn<int>("signalled");
+        QTest::addColumn<bool>("unlistedAllowed"); // afterwards
+
+        const QByteArray list = R"({"urls":[{"url":"unlisted"}]})";
+        QTest::newRow("malformed json") << listDocument(R"({"urls":[{"url":"unlisted"})") << 1 << false;
+        QTest::newRow("error status with a valid list") << listDocument(list, 404) << 0 << false;
+        // An empty text is found in every URL.
+        QTest::newRow("entry without url") << listDocument(R"({"urls":[{"link":"x"}]})") << 1 << true;
+        HttpServer::Reply redirect = listDocument({}, 302);
+        redirect.headers << qMakePair(QByteArray("Location"), QByteArray("/elsewhere.json"));
+        QTest::newRow("redirect is not followed") << redirect << 1 << false;
+        // The cap and the stall guard are the version check's rows; this one shows the list is guarded.
+        QTest::newRow("announced too long") << listDocument(list + QByteArray(300 * 1024, ' ')) << 0 << false;
+    }
+
+    void fetchOutcome()
+    {
+        QFETCH(HttpServer::Reply, reply);
+        ContainerAllowedUrls list(nullptr);
+        QTEST(load(list, reply), "signalled");
+        QVERIFY(mServer.requestsFor("/elsewhere.json").isEmpty());
+        QVERIFY(mServer.lastRequest().header("Cookie").isEmpty());
+        QTEST(list.isUrlAllowed(QUrl("https://unlisted.example/page")), "unlistedAllowed");
+        // Whatever came back, the built-in entries stay in force.
+        QVERIFY(list.isUrlAllowed(QUrl("https://" + ServiceHost::signInHost() + "/ServiceLogin")));
     }
 
     void classifyLoadedUrl_data()
