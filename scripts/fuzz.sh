@@ -10,7 +10,7 @@
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 build="${KESTRELGAP_FUZZ_BUILD_DIR:-$here/build-fuzz}"
-all_targets="simplecrypt notificationtext downloadname cappedreader cookieini"
+all_targets="simplecrypt notificationtext downloadname cappedreader cookieini settings"
 
 seconds=60
 targets=()

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/logger.h"
 #include "resourceinit.h"
 #include "updates/documentlimits.h"
 #include "updates/downloadfile.h"
@@ -130,9 +131,19 @@ void cappedreader(const QByteArray& input)
     require(DocumentLimits::read(&reply).size() <= DocumentLimits::maxBytes);
 }
 
+// Any settings file other programs may write: the logging switch is on only for the exact "1".
+void settings(const QByteArray& input)
+{
+    writeFile(QSettings().fileName(), input);
+    QSettings stored;
+    require(Logger::isLoggingEnabled() == (stored.value(QStringLiteral("pref-debug-enabled")).toString() == "1"));
+    Logger::isDebugCodeValid();
+}
+
 using Target = void (*)(const QByteArray&);
 const QMap<QString, Target> targets { { "simplecrypt", simplecrypt }, { "cookieini", cookieini },
-    { "notificationtext", notificationtext }, { "downloadname", downloadname }, { "cappedreader", cappedreader } };
+    { "notificationtext", notificationtext }, { "downloadname", downloadname }, { "cappedreader", cappedreader },
+    { "settings", settings } };
 
 void setUp(int argc, char** argv)
 {
