@@ -1,15 +1,90 @@
 #include "logger.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDebug>
+#include <QFile>
+#include <QMutex>
 #include <QSettings>
 #include <QStandardPaths>
+
+#include <sys/stat.h>
 
 #include "qloggermanager.h"
 
 namespace {
 const char debugCode[] = "KVTR-MOL";
+
+// What identifies one version of the settings file. QSettings writes by replacing the file, so every
+// write gives it a new inode and change time.
+struct FileStamp
+{
+    bool exists = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec modified {};
+    timespec changed {};
+
+    static FileStamp of(const QByteArray& path)
+    {
+        FileStamp stamp;
+        struct stat status;
+        if (::stat(path.constData(), &status) == 0) {
+            stamp = {true, status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+        }
+        return stamp;
+    }
+    bool operator==(const FileStamp& other) const
+    {
+        return exists == other.exists && device == other.device && inode == other.inode && size == other.size
+            && modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec
+            && changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
+    }
+};
+
+// Every log line asks whether logging is on, and parsing the settings for that was most of a short
+// line's cost; the answer is kept until the settings file changes or the program writes a setting.
+struct LoggingSwitch
+{
+    QMutex mutex;
+    QString owner; // organisation and application the file belongs to
+    QByteArray path;
+    FileStamp stamp;
+    bool known = false;
+    bool enabled = false;
+
+    bool isOn()
+    {
+        QMutexLocker locker(&mutex);
+        const QString currentOwner = QCoreApplication::organizationName() + QLatin1Char('/') + QCoreApplication::applicationName();
+        if (currentOwner != owner || path.isEmpty()) {
+            owner = currentOwner;
+            path = QFile::encodeName(QSettings().fileName());
+            known = false;
+        }
+        const FileStamp now = FileStamp::of(path);
+        if (!known || !(now == stamp)) {
+            const QString value = QSettings().value(QStringLiteral("pref-debug-enabled")).toString();
+            enabled = value == QLatin1String("1");
+            stamp = now;
+            known = true;
+        }
+        return enabled;
+    }
+    void forget()
+    {
+        QMutexLocker locker(&mutex);
+        known = false;
+    }
+};
+
+LoggingSwitch& loggingSwitch()
+{
+    static LoggingSwitch instance;
+    return instance;
 }
+} // namespace
 
 void Logger::toDebugOutput(const char* levelName, const QString& module, const QString& message)
 {
@@ -80,11 +155,12 @@ QString Logger::logFilePath()
 
 bool Logger::isLoggingEnabled()
 {
-    QSettings settings;
-    QString value = settings.value(QStringLiteral("pref-debug-enabled")).toString();
-    if (value.isEmpty())
-        value = QStringLiteral("0");
-    return value == QLatin1String("1");
+    return loggingSwitch().isOn();
+}
+
+void Logger::settingsWritten()
+{
+    loggingSwitch().forget();
 }
 
 bool Logger::isDebugCodeValid()

@@ -21,6 +21,8 @@ public:
     static QString logFilePath();
 
     static bool isLoggingEnabled();
+    // A setting was written in this process: the next line reads the logging switch afresh.
+    static void settingsWritten();
     static bool isDebugCodeValid();
 
 private:

@@ -15,6 +15,7 @@ void IndexWindow::setSetting(QString key, QString value)
     Logger::Debug(logModule, QStringLiteral("[setSetting] key=") + key + QStringLiteral(", value=") + value);
     QSettings settings;
     settings.setValue(key, value);
+    Logger::settingsWritten();
 }
 
 QString IndexWindow::getSetting(QString key, QString defaultValue)
