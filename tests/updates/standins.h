@@ -72,8 +72,7 @@ inline QPushButton* buttonWithText(QWidget* dialog, const QString& text)
     return nullptr;
 }
 
-// Runs a call that opens modal dialogs; what is still open after 20 s is closed, so a dialog that
-// never ends fails the test instead of hanging it. True when nothing had to be closed.
+// Runs a call that opens modal dialogs; true unless what was still open after 20 s had to be closed.
 template <typename Call>
 bool runModal(Call call)
 {

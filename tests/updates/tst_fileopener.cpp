@@ -6,43 +6,29 @@
 
 #include "platform/fileopener.h"
 
-namespace {
-const QString serviceName = QStringLiteral("org.freedesktop.FileManager1");
-}
-
 // Stands in for the desktop's file manager on the session bus, and for its program for file URLs.
-class FakeDesktop : public QObject
+class TestFileOpener : public QObject
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
 public slots:
-    void ShowItems(const QStringList& uris, const QString&) { asked << "selected " + uris.join(','); }
-    void open(const QUrl& url) { asked << "opened " + url.toString(QUrl::FullyEncoded); }
+    void ShowItems(const QStringList& uris, const QString&) { mAsked << "selected " + uris.join(','); }
+    void open(const QUrl& url) { mAsked << "opened " + url.toString(QUrl::FullyEncoded); }
 
-public:
-    QStringList asked;
-};
-
-class TestFileOpener : public QObject
-{
-    Q_OBJECT
 private slots:
-    void initTestCase();
-    void cleanupTestCase() { QDesktopServices::unsetUrlHandler(QStringLiteral("file")); }
+    void initTestCase()
+    {
+        QVERIFY2(QDBusConnection::sessionBus().isConnected(), "needs the private desktop's session bus");
+        QVERIFY(QDBusConnection::sessionBus().registerObject(
+            QStringLiteral("/org/freedesktop/FileManager1"), this, QDBusConnection::ExportAllSlots));
+        QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "open");
+    }
     void action_data();
     void action();
 
 private:
-    FakeDesktop mDesktop;
+    QStringList mAsked;
 };
-
-void TestFileOpener::initTestCase()
-{
-    QVERIFY2(QDBusConnection::sessionBus().isConnected(), "needs the private desktop's session bus");
-    QVERIFY(QDBusConnection::sessionBus().registerObject(
-        QStringLiteral("/org/freedesktop/FileManager1"), &mDesktop, QDBusConnection::ExportAllSlots));
-    QDesktopServices::setUrlHandler(QStringLiteral("file"), &mDesktop, "open");
-}
 
 void TestFileOpener::action_data()
 {
@@ -62,15 +48,16 @@ void TestFileOpener::action()
     QFETCH(QString, path);
     QFETCH(QString, asked);
 
-    mDesktop.asked.clear();
-    QDBusConnection::sessionBus().unregisterService(serviceName);
+    mAsked.clear();
+    const QString service = QStringLiteral("org.freedesktop.FileManager1");
+    QDBusConnection::sessionBus().unregisterService(service);
     if (action == "show")
-        QVERIFY(QDBusConnection::sessionBus().registerService(serviceName));
+        QVERIFY(QDBusConnection::sessionBus().registerService(service));
     if (action == "open")
         FileOpener::instance()->openFile(path);
     else
         FileOpener::instance()->showInFolder(path);
-    QTRY_COMPARE(mDesktop.asked, QStringList { asked });
+    QTRY_COMPARE(mAsked, QStringList { asked });
 }
 
 QTEST_MAIN(TestFileOpener)
