@@ -58,11 +58,9 @@ void TestAutomaticStartup::execLine_data()
     QTest::addColumn<QString>("path");
     QTest::addColumn<QString>("value"); // as written after "Exec="
 
-    QTest::newRow("blank") << "/home/a b/kg" << "\"/home/a b/kg\"";
-    QTest::newRow("percent is no field code") << "/opt/100 %u/kg" << "\"/opt/100 %%u/kg\"";
+    QTest::newRow("blank; percent is no field code") << "/home/a b/100 %u/kg" << "\"/home/a b/100 %%u/kg\"";
     // Escaped once for the quoting, and that backslash again for the file's string rules.
-    QTest::newRow("dollar and backquote") << "/opt/$x`y`/kg" << "\"/opt/\\\\$x\\\\`y\\\\`/kg\"";
-    QTest::newRow("backslash") << "/opt/a\\b/kg" << "\"/opt/a\\\\\\\\b/kg\"";
+    QTest::newRow("dollar, backquote, backslash") << "/opt/$x`y`\\b/kg" << "\"/opt/\\\\$x\\\\`y\\\\`\\\\\\\\b/kg\"";
     QTest::newRow("line break can't start a key") << "/opt/a\nExec=x" << "\"/opt/a\\nExec=x\"";
 }
 
