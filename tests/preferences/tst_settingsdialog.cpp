@@ -17,7 +17,6 @@
 #include "preferences/settingsdialog.h"
 
 namespace {
-// A notification service that is there or not, and plays sounds or not.
 struct FakeNotifier : DesktopNotifier {
     QString kind = "silent";
     bool isServiceAvailable() override { return kind != "none"; }

@@ -13,7 +13,6 @@
 #include "platform/fileopener.h"
 #include "platform/updatehandover.h"
 
-// Records what would have been opened or shown, instead of asking the desktop.
 struct RecordingFileOpener : FileOpener {
     RecordingFileOpener() { FileOpener::setInstance(this); }
     ~RecordingFileOpener() override { FileOpener::setInstance(nullptr); }
