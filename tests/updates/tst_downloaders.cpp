@@ -180,7 +180,7 @@ void TestDownloaders::download_data()
     QTest::newRow("media: cut short each time") << "v.txt|text|60000" << "late cut" << "wait" << "chosen/v.txt" << "";
     QTest::newRow("media: cancelled") << "v.txt|text|60000" << "trickle>ok" << "cancel" << "chosen/v.txt" << "";
 
-    QTest::newRow("update: no length, slowly") << "/dl/setup.run" << "nolength>ok" << "open" << "" << "system/setup.run|setup";
+    QTest::newRow("update: no length, slowly") << "/dl/setup.run" << "nolength" << "open" << "" << "system/setup.run|setup";
     QTest::newRow("update: blanks, _") << "/dl/Kestrel gap_2.90.run" << "ok" << "open" << ""
                                                     << "system/Kestrelgap_2.90.run|Kestrelgap2.90";
     QTest::newRow("update: named like the hand-over script") << "/dl/install_update.sh" << "ok" << "open"
