@@ -8,7 +8,6 @@
 #include <QRadioButton>
 #include <QSettings>
 #include <QStandardPaths>
-#include <QTranslator>
 
 #include "../updates/standins.h"
 #include "core/logger.h"
@@ -18,7 +17,6 @@
 #include "preferences/settingsdialog.h"
 
 namespace {
-// A notification service that is there or not, and plays sounds or not.
 struct FakeNotifier : DesktopNotifier {
     QString kind = "silent";
     bool isServiceAvailable() override { return kind != "none"; }
@@ -41,16 +39,21 @@ class TestSettingsDialog : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void init();
+    void initTestCase()
+    {
+        DesktopNotifier::setInstance(&mNotifier);
+        QVERIFY(mGui.start());
+    }
+    void init()
+    {
+        QSettings().clear();
+        QFile::remove(autostartPath());
+        mNotifier.kind = "silent";
+        takeEvents();
+    }
     void cleanup() { mDialog.reset(); }
-    void initialValues_data();
-    void initialValues();
-    void soundControls_data();
-    void soundControls();
-    void noOtherSystemsWording();
-    void flagControls_data();
-    void flagControls();
+    void scenario_data();
+    void scenario();
     void buttons();
 
 private:
@@ -65,182 +68,84 @@ private:
     std::unique_ptr<SettingsDialog> mDialog;
 };
 
-void TestSettingsDialog::initTestCase()
+void TestSettingsDialog::scenario_data()
 {
-    DesktopNotifier::setInstance(&mNotifier);
-    QVERIFY(mGui.start());
-}
-
-void TestSettingsDialog::init()
-{
-    QSettings().clear();
-    QFile::remove(autostartPath());
-    mNotifier.kind = "silent";
-    takeEvents();
-}
-
-void TestSettingsDialog::initialValues_data()
-{
-    QTest::addColumn<QStringList>("stored"); // key, value, key, value...
-    QTest::addColumn<bool>("registered");    // a start-at-log-in entry exists
-    QTest::addColumn<QString>("shown");      // the controls' states, in the order below
+    QTest::addColumn<QStringList>("stored"); // key, value, key, value...; "autostart": a start-at-log-in entry
+    QTest::addColumn<QString>("service");    // the desktop's notification service: none, silent or sounding
+    QTest::addColumn<QString>("shown");      // the controls' states in the order below, "-" when disabled
+    QTest::addColumn<QString>("clicked");    // events and the store once quick reply is picked and each flag clicked
 
     const QString folder = QStandardPaths::standardLocations(QStandardPaths::DownloadLocation).value(0);
-    QTest::newRow("fresh store") << QStringList() << false << "0 0 0 1 1 1 0 0 0 0  " + folder;
-    QTest::newRow("every value away from its default")
-        << QStringList { "show-private-notifications", "1", "do-not-launch-main-window-on-start", "1",
-               "show-low-bat-alerts", "0", "show-fully-charged-bat-alerts", "0", "native-notification-setting",
-               "no-notification", "play-notification-sound", "1", "notification-sound", "pillsbury",
-               "pref-debug-enabled", "1", "pref-debug-enabled-code", "12ab", "DefaultDownloadLocationKey", "/srv/in box" }
-        << true << "1 1 1 0 0 0 2 1 5 1 12ab /srv/in box";
-    QTest::newRow("unknown texts read as defaults")
+    QTest::newRow("unknown texts and missing keys read as defaults")
         << QStringList { "show-private-notifications", "yes", "show-low-bat-alerts", "", "native-notification-setting",
                "balloon", "notification-sound", "Ping", "pref-debug-enabled", "true", "play-notification-sound", "on" }
-        << false << "0 0 0 1 1 1 0 0 0 0  " + folder;
+        << "silent" << "0 0 0 1 1 1 0 0 0- 0- 0  " + folder << "7 balloon 1 1 1 0 0 1 1";
+    QTest::newRow("every value away from its default")
+        << QStringList { "autostart", "", "show-private-notifications", "1", "do-not-launch-main-window-on-start", "1",
+               "show-low-bat-alerts", "0", "show-fully-charged-bat-alerts", "0", "native-notification-setting",
+               "native-notification", "play-notification-sound", "1", "notification-sound", "pillsbury",
+               "pref-debug-enabled", "1", "pref-debug-enabled-code", "12ab", "DefaultDownloadLocationKey", "/srv/in box" }
+        << "silent" << "1 1 1 0 0 0 1 1 5 0 1 12ab /srv/in box" << "8 quick-reply-notification 0 0 0 1 1 0 0";
+    QTest::newRow("no notification: battery and sound controls off")
+        << QStringList { "native-notification-setting", "no-notification", "play-notification-sound", "1" }
+        << "silent" << "0 0 0 1 1- 1- 2 1- 0- 0- 0  " + folder << "8 quick-reply-notification 1 1 1 0 0 0 1";
+    QTest::newRow("desktop's, no service: Qt's balloon, our sound")
+        << QStringList { "native-notification-setting", "native-notification", "play-notification-sound", "1" }
+        << "none" << "0 0 0 1 1 1 1 1 0 0 0  " + folder << "8 quick-reply-notification 1 1 1 0 0 0 1";
+    QTest::newRow("desktop's, service sounds: the hint instead of ours")
+        << QStringList { "native-notification-setting", "native-notification", "play-notification-sound", "1" }
+        << "sounding" << "0 0 0 1 1 1 1 1- 0- 0- 0  " + folder + " hint" << "8 quick-reply-notification 1 1 1 0 0 0 1";
 }
 
-void TestSettingsDialog::initialValues()
+void TestSettingsDialog::scenario()
 {
     QFETCH(QStringList, stored);
-    QFETCH(bool, registered);
+    QFETCH(QString, service);
     QFETCH(QString, shown);
+    QFETCH(QString, clicked);
 
-    for (int i = 0; i < stored.size(); i += 2)
+    mNotifier.kind = service;
+    const bool registered = stored.value(0) == "autostart";
+    for (int i = registered ? 2 : 0; i < stored.size(); i += 2)
         QSettings().setValue(stored[i], stored[i + 1]);
     if (registered) {
         QDir().mkpath(QFileInfo(autostartPath()).absolutePath());
         QFile(autostartPath()).open(QIODevice::WriteOnly);
     }
     open();
+    const auto hint = [this] { return control<QLabel>("win10SoundHintLabel")->text().trimmed().isEmpty() ? "" : " hint"; };
     QStringList states;
     for (const char* name : { "launch_app_on_os_start", "launch_main_window_on_start", "show_sender_name",
              "show_sender_name_and_content", "show_low_battery_alerts", "show_full_charged_battery_alerts",
-             "native_notification", "play_notification_sound", "sound_selection_dropdown", "debug_enabled",
-             "debug_enabled_code", "default_dwonload_text" }) {
-        QWidget* widget = control<QWidget>(name);
-        if (auto* button = qobject_cast<QAbstractButton*>(widget))
-            states << QString::number(button->isChecked());
-        else if (auto* combo = qobject_cast<QComboBox*>(widget))
-            states << QString::number(combo->currentIndex());
-        else
-            states << qobject_cast<QLineEdit*>(widget)->text();
+             "native_notification", "play_notification_sound", "sound_selection_dropdown",
+             "sound_selection_preview_button", "debug_enabled", "debug_enabled_code", "default_dwonload_text" }) {
+        auto* widget = control<QWidget>(name);
+        const QVariant state = widget->property(qobject_cast<QAbstractButton*>(widget) ? "checked" : "currentIndex");
+        states << (state.isValid() ? QString::number(state.toInt()) + (widget->isEnabled() ? "" : "-")
+                                   : widget->property("text").toString());
     }
-    QCOMPARE(states.join(' '), shown);
+    QCOMPARE(states.join(' ') + hint(), shown);
     // Opening changes nothing and fires nothing.
     QCOMPARE(takeEvents(), QStringList());
     QCOMPARE(QFile::exists(autostartPath()), registered);
-    for (int i = 0; i < stored.size(); i += 2)
+    for (int i = registered ? 2 : 0; i < stored.size(); i += 2)
         QCOMPARE(QSettings().value(stored[i]).toString(), stored[i + 1]);
-}
 
-void TestSettingsDialog::soundControls_data()
-{
-    QTest::addColumn<QString>("service"); // the desktop's notification service: none, silent or sounding
-    QTest::addColumn<QString>("sound");
-    QTest::addColumn<QList<int>>("choices"); // notification types picked: quick reply, the desktop's, none
-    QTest::addColumn<QString>("enabled");    // low battery, full battery, play box, sound choice
-    QTest::addColumn<QString>("hint");
-
-    const QString desktopSounds = QStringLiteral(
-        "Your desktop plays the sound of its notifications.\nChange it in the desktop's notification settings.");
-    QTest::newRow("sound off") << "silent" << "0" << QList<int>() << "1110" << "\n";
-    QTest::newRow("none") << "silent" << "1" << QList<int> { 2 } << "0000" << "\n";
-    QTest::newRow("none, then quick reply again") << "silent" << "1" << QList<int> { 2, 0 } << "1111" << "\n";
-    QTest::newRow("desktop's, silent service: ours sound") << "silent" << "1" << QList<int> { 1 } << "1111" << "\n";
-    QTest::newRow("desktop's, no service: Qt's balloon") << "none" << "1" << QList<int> { 1 } << "1111" << "\n";
-    QTest::newRow("desktop's, service sounds") << "sounding" << "1" << QList<int> { 1 } << "1100" << desktopSounds;
-    QTest::newRow("desktop's, then quick reply") << "sounding" << "1" << QList<int> { 1, 0 } << "1111" << "\n";
-}
-
-void TestSettingsDialog::soundControls()
-{
-    QFETCH(QString, service);
-    QFETCH(QString, sound);
-    QFETCH(QList<int>, choices);
-    QFETCH(QString, enabled);
-    QFETCH(QString, hint);
-
-    mNotifier.kind = service;
-    QSettings().setValue("play-notification-sound", sound);
-    open();
-    const QStringList values = { "quick-reply-notification", "native-notification", "no-notification" };
-    for (int index : choices) {
-        control<QComboBox>("native_notification")->setCurrentIndex(index);
-        QCOMPARE(QSettings().value("native-notification-setting").toString(), values[index]);
+    // Quick reply brings back what another choice turned off; a radio button is switched off by its partner.
+    control<QComboBox>("native_notification")->setCurrentIndex(0);
+    for (const char* name : { "launch_app_on_os_start", "launch_main_window_on_start", "show_sender_name",
+             "show_low_battery_alerts", "show_full_charged_battery_alerts", "play_notification_sound", "debug_enabled" }) {
+        auto* button = control<QAbstractButton>(name);
+        if (button->isChecked() && qobject_cast<QRadioButton*>(button))
+            button = control<QAbstractButton>("show_sender_name_and_content");
+        button->click();
     }
-    QString seen;
-    for (const char* name : { "show_low_battery_alerts", "show_full_charged_battery_alerts", "play_notification_sound",
-             "sound_selection_dropdown", "sound_selection_preview_button" })
-        seen += control<QWidget>(name)->isEnabled() ? '1' : '0';
-    QCOMPARE(seen, enabled + enabled.right(1));
-    QCOMPARE(control<QLabel>("win10SoundHintLabel")->text(), hint);
-}
-
-// Every text the dialog can show, in each language, the sound hint in both its states included.
-void TestSettingsDialog::noOtherSystemsWording()
-{
-    const QRegularExpression otherSystems("Windows|Taskbar|Control Panel|\\bMac\\b|barre des t|Panneau de config"
-                                          "|barra de tareas|Panel de control", QRegularExpression::CaseInsensitiveOption);
-    QSettings().setValue("native-notification-setting", "native-notification");
-    for (const QString language : { "", "fr", "es" }) {
-        QTranslator translator;
-        QVERIFY(language.isEmpty() || translator.load("kestrelgap_" + language, ":/translations"));
-        QCoreApplication::installTranslator(&translator);
-        QStringList texts;
-        for (const char* service : { "silent", "sounding" }) {
-            mNotifier.kind = service;
-            for (QWidget* widget : open()->findChildren<QWidget*>()) {
-                if (auto* label = qobject_cast<QLabel*>(widget))
-                    texts << label->text() << label->toolTip();
-                else if (auto* button = qobject_cast<QAbstractButton*>(widget))
-                    texts << button->text();
-                else if (auto* combo = qobject_cast<QComboBox*>(widget))
-                    for (int i = 0; i < combo->count(); ++i)
-                        texts << combo->itemText(i);
-            }
-        }
-        QCoreApplication::removeTranslator(&translator);
-        QCOMPARE(texts.filter(otherSystems), QStringList());
-    }
-}
-
-void TestSettingsDialog::flagControls_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("key"); // empty: the start-at-log-in entry is the state, nothing is stored
-
-    QTest::newRow("launch at log-in") << "launch_app_on_os_start" << "";
-    QTest::newRow("hide main window") << "launch_main_window_on_start" << "do-not-launch-main-window-on-start";
-    QTest::newRow("low battery") << "show_low_battery_alerts" << "show-low-bat-alerts";
-    QTest::newRow("full battery") << "show_full_charged_battery_alerts" << "show-fully-charged-bat-alerts";
-    QTest::newRow("sounds") << "play_notification_sound" << "play-notification-sound";
-    QTest::newRow("logging") << "debug_enabled" << "pref-debug-enabled";
-    QTest::newRow("sender only") << "show_sender_name" << "show-private-notifications";
-}
-
-void TestSettingsDialog::flagControls()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, key);
-
-    open()->show();
-    QVERIFY(QTest::qWaitForWindowExposed(mDialog.get()));
-    auto* button = control<QAbstractButton>(name);
-    bool on = button->isChecked();
-    for (int step = 0; step < 3; ++step) {
-        on = !on;
-        // A radio button is switched off by its partner, as a user does; clicks land on the box.
-        QAbstractButton* target = !on && qobject_cast<QRadioButton*>(button) ? control<QRadioButton>("show_sender_name_and_content") : button;
-        QTest::mouseClick(target, Qt::LeftButton, {}, QPoint(5, target->height() / 2));
-        QCOMPARE(button->isChecked(), on);
-        if (key.isEmpty())
-            QCOMPARE(QFile::exists(autostartPath()), on);
-        else
-            QCOMPARE(QSettings().value(key).toString(), on ? "1" : "0");
-        if (name == "play_notification_sound")
-            QCOMPARE(control<QComboBox>("sound_selection_dropdown")->isEnabled(), on);
-    }
-    QCOMPARE(takeEvents().size(), 3);
+    QStringList flags { QString::number(takeEvents().size()), QSettings().value("native-notification-setting").toString(),
+        QString::number(QFile::exists(autostartPath())) };
+    for (const char* key : { "do-not-launch-main-window-on-start", "show-private-notifications", "show-low-bat-alerts",
+             "show-fully-charged-bat-alerts", "play-notification-sound", "pref-debug-enabled" })
+        flags << QSettings().value(key).toString();
+    QCOMPARE(flags.join(' ') + hint(), clicked);
 }
 
 void TestSettingsDialog::buttons()
@@ -250,12 +155,11 @@ void TestSettingsDialog::buttons()
     QSettings().setValue("play-notification-sound", "1");
     QSettings().setValue("DefaultDownloadLocationKey", QDir::tempPath());
     auto* dropdown = open()->findChild<QComboBox*>("sound_selection_dropdown");
-    // The preview sounds the shown choice, whatever the store says.
+    // Each choice is stored as it is picked, and the preview sounds it.
     for (int i = 1; i <= 6; ++i) {
         dropdown->setCurrentIndex(i % 6);
         QTest::mouseClick(control<QPushButton>("sound_selection_preview_button"), Qt::LeftButton);
         player.played.last() += '=' + QSettings().value("notification-sound").toString();
-        QSettings().setValue("notification-sound", "ping");
     }
     SoundPlayer::setInstance(nullptr);
     QCOMPARE(player.played.join(' ').remove(":/sounds/sounds/"), "ping.wav=ping spring.wav=spring tink.wav=tink yeah.wav=yeah "

@@ -1,6 +1,5 @@
-// Plays the running client for the hand-over test: starts the hand-over with its own process id,
-// then waits to be killed. Arguments: program folder, installer, volume. Started again with none,
-// as the script does once the installer is done, it leaves a mark in $HANDOVER_RESTARTED.
+// The running client in the hand-over test. Arguments: program folder, installer, volume. Started
+// again with none, as the script does once the installer is done, it marks $HANDOVER_RESTARTED.
 #include <QCoreApplication>
 #include <QFile>
 #include <QTimer>

@@ -13,7 +13,6 @@
 #include "platform/fileopener.h"
 #include "platform/updatehandover.h"
 
-// Records what would have been opened or shown, instead of asking the desktop.
 struct RecordingFileOpener : FileOpener {
     RecordingFileOpener() { FileOpener::setInstance(this); }
     ~RecordingFileOpener() override { FileOpener::setInstance(nullptr); }
@@ -72,8 +71,7 @@ inline QPushButton* buttonWithText(QWidget* dialog, const QString& text)
     return nullptr;
 }
 
-// Runs a call that opens modal dialogs; what is still open after 20 s is closed, so a dialog that
-// never ends fails the test instead of hanging it. True when nothing had to be closed.
+// Runs a call that opens modal dialogs; true unless what was still open after 20 s had to be closed.
 template <typename Call>
 bool runModal(Call call)
 {

@@ -29,7 +29,6 @@ bool writeFile(const QString& path, const QByteArray& content, QFileDevice::Perm
 }
 } // namespace
 
-// The hand-over script, driven by a stand-in client that starts it with its own process id.
 class TestHandOver : public QObject
 {
     Q_OBJECT
