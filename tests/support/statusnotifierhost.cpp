@@ -14,9 +14,7 @@ QString describe(const QVariantMap& properties)
 {
     if (properties.value(QStringLiteral("type")).toString() == QLatin1String("separator"))
         return QStringLiteral("-");
-    // "_" marks the mnemonic; "__" is a plain underscore.
     QString label = properties.value(QStringLiteral("label")).toString();
-    label.replace(QStringLiteral("__"), QStringLiteral("\x01")).remove(QLatin1Char('_')).replace(QLatin1Char('\x01'), QLatin1Char('_'));
     if (!properties.value(QStringLiteral("icon-data")).toByteArray().isEmpty()
         || !properties.value(QStringLiteral("icon-name")).toString().isEmpty())
         label += QLatin1Char('*');
@@ -79,31 +77,9 @@ QStringList StatusNotifierHost::menu() const
     return mMenu;
 }
 
-uint StatusNotifierHost::revision() const
-{
-    QMutexLocker lock(&mMutex);
-    return mRevision;
-}
-
-QString StatusNotifierHost::itemService() const
-{
-    QMutexLocker lock(&mMutex);
-    return mService;
-}
-
-QStringList StatusNotifierHost::items() const
-{
-    const QString service = itemService();
-    return service.isEmpty() ? QStringList() : QStringList {service};
-}
-
 void StatusNotifierHost::RegisterStatusNotifierItem(const QString& service)
 {
-    {
-        QMutexLocker lock(&mMutex);
-        mService = service;
-    }
-    emit StatusNotifierItemRegistered(service);
+    mService = service;
     QDBusMessage get = QDBusMessage::createMethodCall(service, QStringLiteral("/StatusNotifierItem"),
         QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
     get << QStringLiteral("org.kde.StatusNotifierItem") << QStringLiteral("Menu");
@@ -118,9 +94,8 @@ void StatusNotifierHost::menuPathReply(const QDBusMessage& reply)
     if (menuPath.isEmpty())
         return;
     mMenuPath = menuPath;
-    // What a panel listens to; a menu that changes without saying so keeps its old copy on screen.
-    // From any sender on that path: matching the item's bus name would wait on looking up its owner,
-    // and signals that came meanwhile would be lost. Only one item registers here.
+    // What a panel listens to: a menu that changes without saying so keeps its old copy on screen.
+    // From any sender: matching the item's bus name would wait on its owner, losing signals meanwhile.
     for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
         mBus.connect(QString(), mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
     readLayout();
@@ -128,7 +103,7 @@ void StatusNotifierHost::menuPathReply(const QDBusMessage& reply)
 
 void StatusNotifierHost::readLayout()
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(itemService(), mMenuPath, menuInterface, QStringLiteral("GetLayout"));
+    QDBusMessage call = QDBusMessage::createMethodCall(mService, mMenuPath, menuInterface, QStringLiteral("GetLayout"));
     call << 0 << -1 << QStringList();
     mBus.callWithCallback(call, this, SLOT(layoutReply(QDBusMessage)));
 }
@@ -140,6 +115,5 @@ void StatusNotifierHost::layoutReply(const QDBusMessage& reply)
     QStringList entries;
     readNode(reply.arguments().at(1).value<QDBusArgument>(), entries, true);
     QMutexLocker lock(&mMutex);
-    mRevision = reply.arguments().at(0).toUInt();
     mMenu = entries;
 }
