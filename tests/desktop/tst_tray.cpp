@@ -18,8 +18,6 @@
 namespace {
 
 const QString delivered = QStringLiteral("processJSONFromNativeNotificationClickHelper ");
-// Round trips through the window manager are slow on a loaded machine.
-const int windowManagerTimeout = 20000;
 
 WinMenuBarIcon* tray()
 {
@@ -32,20 +30,6 @@ QAction* entry(const QString& text)
         if (action->text() == text)
             return action;
     return nullptr;
-}
-
-// A visible top-level widget of Qt's own: the XEmbed tray window, or the balloon it shows without a service.
-QWidget* qtWidget(const char* className)
-{
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        if (qstrcmp(widget->metaObject()->className(), className) == 0 && widget->isVisible())
-            return widget;
-    return nullptr;
-}
-
-bool exposed(QWidget* widget)
-{
-    return widget->windowHandle() && widget->windowHandle()->isExposed();
 }
 
 } // namespace
@@ -85,7 +69,7 @@ void TestTray::initTestCase()
     mGui.eval("_gaq.push = _kmq.push = function () {};");
     // The service's own sound is only asked for on this route.
     page()->setNativeNotificationSetting("native-notification");
-    QTRY_VERIFY_WITH_TIMEOUT(qtWidget("QSystemTrayIconSys") && exposed(qtWidget("QSystemTrayIconSys")), windowManagerTimeout);
+    QTRY_VERIFY_WITH_TIMEOUT(visibleTopLevel("QSystemTrayIconSys") && exposed(visibleTopLevel("QSystemTrayIconSys")), windowManagerTimeout);
 }
 
 void TestTray::init()
@@ -167,8 +151,8 @@ void TestTray::balloonClick()
         mService.click(shown.at(1).id);
     } else {
         mService.stop();
-        QTRY_VERIFY_WITH_TIMEOUT(qtWidget("QBalloonTip"), windowManagerTimeout);
-        QTest::mouseClick(qtWidget("QBalloonTip"), Qt::LeftButton);
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTopLevel("QBalloonTip"), windowManagerTimeout);
+        QTest::mouseClick(visibleTopLevel("QBalloonTip"), Qt::LeftButton);
     }
     QTRY_COMPARE(mGui.calls(), QStringList {delivered + "{\"thread\":2}"});
     mGui.takeCalls();
@@ -186,15 +170,13 @@ void TestTray::whatTheServiceIsGiven_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("image"); // "file": a picture on disk
     QTest::addColumn<QString>("sound"); // the user's setting
-    QTest::addColumn<QString>("reply"); // null: no Reply button asked; "button": clicked; else typed
+    QTest::addColumn<QString>("reply"); // null: no Reply button asked; else typed
     QTest::addColumn<QString>("body");
     QTest::addColumn<QStringList>("given"); // sound and image hints, the actions beyond the default
     const QStringList none, sound {"sound"}, inlineReply {"inline-reply"};
     const QString t = "t", no, escapes = QString::fromUtf8("it's \"fine\" C:\\new\\ \\'\n\r\n\u2028\u2029</script><script>x()</script>");
 
     QTest::newRow("three signs decode") << none << "caf%C3%A9+%26+cr%C3%A8me%20" << "" << "1" << no << "caf\u00e9 & cr\u00e8me " << none;
-    QTest::newRow("two signs stay") << none << "a+b%20c%20" << "" << "1" << no << "a+b%20c%20" << none;
-    QTest::newRow("a stray sign: plain") << none << "1+1 is 2, 100% 200% 300%" << "" << "1" << no << "1+1 is 2, 100% 200% 300%" << none;
     QTest::newRow("encoded, colon in the first words") << none << "Sale: 10%25 20%25 30%25" << "" << "1" << no << "Sale: 10% 20% 30%" << none;
     QTest::newRow("markup service") << QStringList {"body-markup"} << "<b>5 > 3 & 1</b>" << "" << "1" << no
                                     << "&lt;b&gt;5 &gt; 3 &amp; 1&lt;/b&gt;" << none;
@@ -202,10 +184,8 @@ void TestTray::whatTheServiceIsGiven_data()
     QTest::newRow("service sounds, user wants silence") << sound << t << "" << "0" << no << t << QStringList {"suppress-sound=true"};
     QTest::newRow("local picture") << none << t << "file" << "1" << no << t << QStringList {"image-path=file"};
     QTest::newRow("missing picture") << none << t << "/nonexistent/face.png" << "1" << no << t << none;
-    QTest::newRow("unreachable picture") << none << t << "http://127.0.0.1:9/face.png" << "1" << no << t << none;
     QTest::newRow("no button asked") << inlineReply << t << "" << "1" << no << t << none;
     QTest::newRow("inline reply") << inlineReply << t << "" << "1" << escapes << t << QStringList {"inline-reply,Reply"};
-    QTest::newRow("actions only: a button opens the thread") << none << t << "" << "1" << "button" << t << QStringList {"reply,Reply"};
 }
 
 // A later balloon's payload is what a plain click would deliver; a reply keeps to its own.
@@ -227,8 +207,9 @@ void TestTray::whatTheServiceIsGiven()
     // Once the service has told what it can, our own sound gives way to its.
     QTRY_COMPARE(page()->isNotificationSoundEnabledForThisOSVersion(), !capabilities.contains("sound"));
     page()->showNotification("{\"thread\":1}", "T", text, false, !reply.isNull(), image == "file" ? face : image);
-    QTRY_COMPARE_WITH_TIMEOUT(mService.received().size(), 1, windowManagerTimeout);
-    const FakeNotificationService::Notification sent = mService.received().at(0);
+    // Balloons still held back by the hanging service of a row before may come first.
+    QTRY_VERIFY_WITH_TIMEOUT(!mService.received().isEmpty() && mService.received().last().summary == "T", windowManagerTimeout);
+    const FakeNotificationService::Notification sent = mService.received().last();
     QCOMPARE(sent.body, body);
     QStringList seen;
     for (const char* name : {"sound-name", "sound-file", "suppress-sound", "image-path"})
@@ -240,14 +221,9 @@ void TestTray::whatTheServiceIsGiven()
     if (reply.isNull())
         return;
     page()->setJsonForWindows("{\"thread\":2}");
-    if (reply == "button") {
-        mService.click(sent.id, "reply");
-        QTRY_VERIFY_WITH_TIMEOUT(window()->isVisible(), windowManagerTimeout);
-    } else {
-        mService.reply(sent.id, reply);
-        QTRY_COMPARE(mService.closed(), QList<uint> {sent.id});
-    }
-    QTRY_COMPARE(mGui.calls(), QStringList {delivered + "{\"thread\":1}" + (reply == "button" ? "" : " reply:" + reply)});
+    mService.reply(sent.id, reply);
+    QTRY_COMPARE(mService.closed(), QList<uint> {sent.id});
+    QTRY_COMPARE(mGui.calls(), QStringList {delivered + "{\"thread\":1} reply:" + reply});
 }
 
 void TestTray::ctrlWHidesMainWindow()

@@ -79,8 +79,7 @@ void TestTrayMenu::panelFollowsRebuilds()
     QTRY_COMPARE(mHost.menu(), menu);
     // Refilled in place, and the panel's is the only icon: no XEmbed one beside it.
     QVERIFY(tray->contextMenu() == first && tray->trayIcon()->contextMenu() == first);
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        QVERIFY(qstrcmp(widget->metaObject()->className(), "QSystemTrayIconSys") != 0 || !widget->isVisible());
+    QVERIFY(!visibleTopLevel("QSystemTrayIconSys"));
 }
 
 QTEST_MAIN(TestTrayMenu)
