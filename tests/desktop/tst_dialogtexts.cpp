@@ -48,74 +48,70 @@ class TestDialogTexts : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void wholeTexts_data();
-    void wholeTexts();
+    void initTestCase()
+    {
+        kestrelgapInitResources();
+        indexWindowHolder::set(new IndexWindow());
+        mServer.serve("/media/picture.png", QByteArray(2048, 'p'), "image/png");
+        mServer.serveStall("/downloads/setup.deb");
+    }
+
+    void wholeTexts_data()
+    {
+        QTest::addColumn<QString>("dialog");
+        QTest::addColumn<QString>("language");
+        for (const char* dialog : {"about", "new version", "latest installed", "settings", "update download", "media download complete"})
+            for (const char* language : {"en", "fr", "es"})
+                QTest::newRow(qPrintable(QString("%1, %2").arg(dialog, language))) << dialog << language;
+    }
+
+    void wholeTexts()
+    {
+        QFETCH(QString, dialog);
+        QFETCH(QString, language);
+
+        QTranslator translator;
+        QVERIFY(language == "en" || translator.load("kestrelgap_" + language, ":/translations", ""));
+        QCoreApplication::installTranslator(&translator);
+
+        std::unique_ptr<QDialog> shown;
+        if (dialog == "about")
+            shown = std::make_unique<AboutDialog>();
+        else if (dialog == "new version")
+            shown = std::make_unique<ConfirmDownloadUpdate>();
+        else if (dialog == "latest installed")
+            shown = std::make_unique<LatestInstalledDialog>();
+        else if (dialog == "settings")
+            shown = std::make_unique<SettingsDialog>();
+        else if (dialog == "update download") {
+            auto update = std::make_unique<UpdateDownloaderDialog>();
+            update->startDownload(mServer.url("/downloads/setup.deb"));
+            shown = std::move(update);
+        } else {
+            auto media = std::make_unique<MediaDownloaderDialog>();
+            media->setDownloadDirectory(mDownloads.path());
+            media->setFileSize(2048);
+            media->startDownload(mServer.url("/media/picture.png"), QString("picture %1.png").arg(language), "image", false);
+            shown = std::move(media);
+        }
+        shown->show();
+        QVERIFY(QTest::qWaitForWindowExposed(shown.get()));
+        if (dialog == "media download complete")
+            QTRY_VERIFY(!shown->findChild<QLabel*>("download_complete") || shown->findChild<QLabel*>("download_complete")->isVisible());
+
+        // A form that grows asks the window manager for its new size; the answer comes a moment later.
+        QStringList cut;
+        QTRY_VERIFY2((cut = clipped(shown.get())).isEmpty(), qPrintable(cut.join("; ")));
+        if (qEnvironmentVariableIsSet("KESTRELGAP_SCREENSHOT_DIR"))
+            shown->grab().save(QString("%1/%2-%3dpi.png").arg(qEnvironmentVariable("KESTRELGAP_SCREENSHOT_DIR"),
+                QString(QTest::currentDataTag()).replace(QRegularExpression("[^a-z]+"), "-")).arg(shown->logicalDpiY()));
+        QCoreApplication::removeTranslator(&translator);
+    }
 
 private:
     HttpServer mServer;
     QTemporaryDir mDownloads;
 };
-
-void TestDialogTexts::initTestCase()
-{
-    kestrelgapInitResources();
-    indexWindowHolder::set(new IndexWindow());
-    mServer.serve("/media/picture.png", QByteArray(2048, 'p'), "image/png");
-    mServer.serveStall("/downloads/setup.deb");
-}
-
-void TestDialogTexts::wholeTexts_data()
-{
-    QTest::addColumn<QString>("dialog");
-    QTest::addColumn<QString>("language");
-    for (const char* dialog : {"about", "new version", "latest installed", "settings", "update download", "media download complete"})
-        for (const char* language : {"en", "fr", "es"})
-            QTest::newRow(qPrintable(QString("%1, %2").arg(dialog, language))) << dialog << language;
-}
-
-void TestDialogTexts::wholeTexts()
-{
-    QFETCH(QString, dialog);
-    QFETCH(QString, language);
-
-    QTranslator translator;
-    QVERIFY(language == "en" || translator.load("kestrelgap_" + language, ":/translations", ""));
-    QCoreApplication::installTranslator(&translator);
-
-    std::unique_ptr<QDialog> shown;
-    if (dialog == "about")
-        shown = std::make_unique<AboutDialog>();
-    else if (dialog == "new version")
-        shown = std::make_unique<ConfirmDownloadUpdate>();
-    else if (dialog == "latest installed")
-        shown = std::make_unique<LatestInstalledDialog>();
-    else if (dialog == "settings")
-        shown = std::make_unique<SettingsDialog>();
-    else if (dialog == "update download") {
-        auto update = std::make_unique<UpdateDownloaderDialog>();
-        update->startDownload(mServer.url("/downloads/setup.deb"));
-        shown = std::move(update);
-    } else {
-        auto media = std::make_unique<MediaDownloaderDialog>();
-        media->setDownloadDirectory(mDownloads.path());
-        media->setFileSize(2048);
-        media->startDownload(mServer.url("/media/picture.png"), QString("picture %1.png").arg(language), "image", false);
-        shown = std::move(media);
-    }
-    shown->show();
-    QVERIFY(QTest::qWaitForWindowExposed(shown.get()));
-    if (dialog == "media download complete")
-        QTRY_VERIFY(!shown->findChild<QLabel*>("download_complete") || shown->findChild<QLabel*>("download_complete")->isVisible());
-
-    // A form that grows asks the window manager for its new size; the answer comes a moment later.
-    QStringList cut;
-    QTRY_VERIFY2((cut = clipped(shown.get())).isEmpty(), qPrintable(cut.join("; ")));
-    if (qEnvironmentVariableIsSet("KESTRELGAP_SCREENSHOT_DIR"))
-        shown->grab().save(QString("%1/%2-%3dpi.png").arg(qEnvironmentVariable("KESTRELGAP_SCREENSHOT_DIR"),
-            QString(QTest::currentDataTag()).replace(QRegularExpression("[^a-z]+"), "-")).arg(shown->logicalDpiY()));
-    QCoreApplication::removeTranslator(&translator);
-}
 
 QTEST_MAIN(TestDialogTexts)
 #include "tst_dialogtexts.moc"

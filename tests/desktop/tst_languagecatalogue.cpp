@@ -28,39 +28,36 @@ class TestLanguageCatalogue : public QObject
 {
     Q_OBJECT
 private slots:
-    void everySourceTextIsTranslated_data();
-    void everySourceTextIsTranslated();
+    void everySourceTextIsTranslated_data()
+    {
+        QTest::addColumn<QString>("language");
+        QTest::newRow("fr") << "fr";
+        QTest::newRow("es") << "es";
+    }
+
+    // A tr() text that differs from its catalogue entry by one character stays English: only the sources show it.
+    void everySourceTextIsTranslated()
+    {
+        QFETCH(QString, language);
+        QTemporaryDir dir;
+        const QString scan = dir.filePath("scan.ts");
+        QProcess lupdate;
+        lupdate.setProcessChannelMode(QProcess::MergedChannels);
+        lupdate.start(LUPDATE_PATH, {"-silent", KESTRELGAP_SOURCE_DIR "/src", "-ts", scan});
+        QVERIFY2(lupdate.waitForFinished(120000) && lupdate.exitCode() == 0, lupdate.readAll().constData());
+
+        const QSet<QString> catalogued = messages(QString(KESTRELGAP_SOURCE_DIR "/resources/translations/kestrelgap_%1.ts").arg(language));
+        QVERIFY(catalogued.size() > 50);
+        QSet<QString> contexts;
+        for (const QString& message : catalogued)
+            contexts.insert(message.section('|', 0, 0));
+        QStringList strays;
+        for (const QString& message : messages(scan))
+            if (contexts.contains(message.section('|', 0, 0)) && !catalogued.contains(message))
+                strays << message;
+        QVERIFY2(strays.isEmpty(), qPrintable(strays.join(", ")));
+    }
 };
-
-void TestLanguageCatalogue::everySourceTextIsTranslated_data()
-{
-    QTest::addColumn<QString>("language");
-    QTest::newRow("fr") << "fr";
-    QTest::newRow("es") << "es";
-}
-
-// A tr() text that differs from its catalogue entry by one character stays English: only the sources show it.
-void TestLanguageCatalogue::everySourceTextIsTranslated()
-{
-    QFETCH(QString, language);
-    QTemporaryDir dir;
-    const QString scan = dir.filePath("scan.ts");
-    QProcess lupdate;
-    lupdate.setProcessChannelMode(QProcess::MergedChannels);
-    lupdate.start(LUPDATE_PATH, {"-silent", KESTRELGAP_SOURCE_DIR "/src", "-ts", scan});
-    QVERIFY2(lupdate.waitForFinished(120000) && lupdate.exitCode() == 0, lupdate.readAll().constData());
-
-    const QSet<QString> catalogued = messages(QString(KESTRELGAP_SOURCE_DIR "/resources/translations/kestrelgap_%1.ts").arg(language));
-    QVERIFY(catalogued.size() > 50);
-    QSet<QString> contexts;
-    for (const QString& message : catalogued)
-        contexts.insert(message.section('|', 0, 0));
-    QStringList strays;
-    for (const QString& message : messages(scan))
-        if (contexts.contains(message.section('|', 0, 0)) && !catalogued.contains(message))
-            strays << message;
-    QVERIFY2(strays.isEmpty(), qPrintable(strays.join(", ")));
-}
 
 QTEST_GUILESS_MAIN(TestLanguageCatalogue)
 #include "tst_languagecatalogue.moc"
