@@ -27,9 +27,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(!QSystemTrayIcon::isSystemTrayAvailable(), "run inside scripts/desktop-session.sh --no-tray");
-        GuiFixture::Options options;
-        options.trayIcon = true;
-        QVERIFY(mGui.start(options));
+        QVERIFY(mGui.startWithTray());
     }
 
     void daemon_data()

@@ -24,20 +24,17 @@ namespace {
 QStringList clipped(QWidget* dialog)
 {
     QStringList cut;
-    QList<QWidget*> texts;
-    for (QLabel* label : dialog->findChildren<QLabel*>())
-        texts << label;
-    for (QAbstractButton* button : dialog->findChildren<QAbstractButton*>())
-        texts << button;
-    for (QWidget* widget : texts) {
+    for (QWidget* widget : dialog->findChildren<QWidget*>()) {
         const auto* label = qobject_cast<QLabel*>(widget);
+        const auto* button = qobject_cast<QAbstractButton*>(widget);
+        if (!label && !button)
+            continue;
         const QSize needed = label && label->wordWrap()
             ? QSize(label->minimumSizeHint().width(), label->heightForWidth(widget->width())) : widget->sizeHint();
         if (widget->isVisibleTo(dialog) && (needed.width() > widget->width() || needed.height() > widget->height()
                 || !dialog->rect().contains(QRect(widget->mapTo(dialog, QPoint(0, 0)), widget->size()))))
-            cut << QString("%1 \"%2\" needs %3x%4, has %5x%6").arg(widget->objectName(), label ? label->text()
-                    : static_cast<QAbstractButton*>(widget)->text()).arg(needed.width()).arg(needed.height())
-                    .arg(widget->width()).arg(widget->height());
+            cut << QString("%1 \"%2\" needs %3x%4, has %5x%6").arg(widget->objectName(), label ? label->text() : button->text())
+                       .arg(needed.width()).arg(needed.height()).arg(widget->width()).arg(widget->height());
     }
     return cut;
 }
@@ -84,15 +81,15 @@ private slots:
         else if (dialog == "settings")
             shown = std::make_unique<SettingsDialog>();
         else if (dialog == "update download") {
-            auto update = std::make_unique<UpdateDownloaderDialog>();
+            auto* update = new UpdateDownloaderDialog();
+            shown.reset(update);
             update->startDownload(mServer.url("/downloads/setup.deb"));
-            shown = std::move(update);
         } else {
-            auto media = std::make_unique<MediaDownloaderDialog>();
+            auto* media = new MediaDownloaderDialog();
+            shown.reset(media);
             media->setDownloadDirectory(mDownloads.path());
             media->setFileSize(2048);
             media->startDownload(mServer.url("/media/picture.png"), QString("picture %1.png").arg(language), "image", false);
-            shown = std::move(media);
         }
         shown->show();
         QVERIFY(QTest::qWaitForWindowExposed(shown.get()));

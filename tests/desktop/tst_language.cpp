@@ -45,9 +45,7 @@ private slots:
     void initTestCase()
     {
         QSettings().setValue("language-code", "fr");
-        GuiFixture::Options options;
-        options.trayIcon = true;
-        QVERIFY(mGui.start(options));
+        QVERIFY(mGui.startWithTray());
         QCOMPARE(shown(mGui.mainWindow()), expected("fr", false));
     }
 

@@ -41,9 +41,7 @@ private slots:
     void initTestCase()
     {
         QVERIFY2(QSystemTrayIcon::isSystemTrayAvailable(), "run inside scripts/desktop-session.sh");
-        GuiFixture::Options options;
-        options.trayIcon = true;
-        QVERIFY(mGui.start(options));
+        QVERIFY(mGui.startWithTray());
         mGui.eval("_gaq.push = _kmq.push = function () {};");
         // The service's own sound is only asked for on this route.
         page()->setNativeNotificationSetting("native-notification");
@@ -112,8 +110,8 @@ private slots:
         page()->showNotification("{\"thread\":2}", "Bob", "yo", true);
         QVERIFY2(clock.elapsed() < 1000, qPrintable(QString::number(clock.elapsed())));
         if (service == FakeNotificationService::Answer) {
-            QTRY_COMPARE(mService.received().size(), 2);
-            const auto shown = mService.received();
+            QTRY_COMPARE(mService.received.size(), 2);
+            const auto shown = mService.received;
             // One on screen at a time, tied to the launcher and so to the desktop's settings for us.
             QCOMPARE(QStringList({QString::number(shown.at(1).replacesId), shown.at(1).summary,
                          shown.at(1).hints.value("desktop-entry").toString(), shown.at(1).hints.value("category").toString()}),
@@ -186,8 +184,8 @@ private slots:
         QTRY_COMPARE(page()->isNotificationSoundEnabledForThisOSVersion(), !capabilities.contains("sound"));
         page()->showNotification("{\"thread\":1}", "T", text, false, !reply.isNull(), image == "file" ? face : image);
         // Balloons still held back by the hanging service of a row before may come first.
-        QTRY_VERIFY_WITH_TIMEOUT(!mService.received().isEmpty() && mService.received().last().summary == "T", windowManagerTimeout);
-        const FakeNotificationService::Notification sent = mService.received().last();
+        QTRY_VERIFY_WITH_TIMEOUT(!mService.received.isEmpty() && mService.received.last().summary == "T", windowManagerTimeout);
+        const FakeNotificationService::Notification sent = mService.received.last();
         QCOMPARE(sent.body, body);
         QStringList seen;
         for (const char* name : {"sound-name", "sound-file", "suppress-sound", "image-path"})
@@ -200,7 +198,7 @@ private slots:
             return;
         page()->setJsonForWindows("{\"thread\":2}");
         mService.reply(sent.id, reply);
-        QTRY_COMPARE(mService.closed(), QList<uint> {sent.id});
+        QTRY_COMPARE(mService.closed, QList<uint> {sent.id});
         QTRY_COMPARE(mGui.calls(), QStringList {delivered + "{\"thread\":1} reply:" + reply});
     }
 

@@ -17,10 +17,7 @@ private slots:
     {
         // Before the first icon: Qt looks for a panel once per process.
         QVERIFY(mHost.start());
-        GuiFixture::Options options;
-        options.show = false;
-        options.trayIcon = true;
-        QVERIFY(mGui.start(options));
+        QVERIFY(mGui.startWithTray(false));
         QTRY_COMPARE(mHost.menu(), QStringList({"[New Message...*]", "Open Kestrelgap*", "-", "[Live Phone Notifications*]",
                                        "[Phone Dialer*]", "[Preferences]", "-", "Quit Kestrelgap"}));
     }

@@ -74,32 +74,31 @@ private slots:
     {
         QTest::addColumn<double>("savedZoom"); // 0: nothing saved
         QTest::addColumn<QRect>("saved");      // null: nothing saved
-        QTest::addColumn<bool>("savedMaximized");
-        QTest::addColumn<bool>("savedFullScreen");
+        QTest::addColumn<int>("savedState");
         QTest::addColumn<int>("state"); // -1: maximised where the default shape fills the screen
         const QRect saved(50, 60, 900, 500);
-        QTest::newRow("first run") << 0.0 << QRect() << false << false << -1;
-        QTest::newRow("Actual Size saved: login at 100%") << 1.0 << QRect() << false << false << -1;
-        QTest::newRow("a zoom below zero saved is ignored") << -1.1 << QRect() << false << false << -1;
-        QTest::newRow("saved shape comes back") << 0.0 << saved << false << false << int(Qt::WindowNoState);
-        QTest::newRow("saved maximised") << 0.0 << saved << true << false << int(Qt::WindowMaximized);
-        QTest::newRow("saved full screen wins over maximised") << 0.0 << saved << true << true << int(Qt::WindowFullScreen);
-        QTest::newRow("saved shape filling the screen counts as maximised")
-            << 0.0 << screen()->geometry() << false << false << int(Qt::WindowMaximized);
+        const int none = Qt::WindowNoState, maximized = Qt::WindowMaximized, fullScreen = Qt::WindowFullScreen;
+        QTest::newRow("first run") << 0.0 << QRect() << none << -1;
+        QTest::newRow("Actual Size saved: login at 100%") << 1.0 << QRect() << none << -1;
+        QTest::newRow("a zoom below zero saved is ignored") << -1.1 << QRect() << none << -1;
+        QTest::newRow("saved shape comes back") << 0.0 << saved << none << none;
+        QTest::newRow("saved maximised") << 0.0 << saved << maximized << maximized;
+        QTest::newRow("saved full screen wins over maximised") << 0.0 << saved << (maximized | fullScreen) << fullScreen;
+        QTest::newRow("saved shape filling the screen counts as maximised") << 0.0 << screen()->geometry() << none << maximized;
     }
 
     void shapes()
     {
         QFETCH(double, savedZoom);
         QFETCH(QRect, saved);
-        QFETCH(bool, savedMaximized);
-        QFETCH(bool, savedFullScreen);
+        QFETCH(int, savedState);
         QFETCH(int, state);
         QSettings settings;
         if (savedZoom != 0)
             settings.setValue("mainWindowZoomFactor", savedZoom);
         if (!saved.isNull()) {
-            const QVariantList values {saved.x(), saved.y(), saved.width(), saved.height(), savedFullScreen, savedMaximized};
+            const QVariantList values {saved.x(), saved.y(), saved.width(), saved.height(), bool(savedState & Qt::WindowFullScreen),
+                bool(savedState & Qt::WindowMaximized)};
             for (int i = 0; i < windowKeys.size(); ++i)
                 settings.setValue(windowKeys.at(i), values.at(i));
         }

@@ -41,6 +41,7 @@ public:
     // something is missing (no staged folder, page not loaded).
     bool start(const Options& options);
     bool start() { return start(Options()); }
+    bool startWithTray(bool show = true) { return start({true, show, true}); }
 
     MainWindow* mainWindow() const { return mMainWindow; }
     IndexWindow* indexWindow() const;

@@ -10,26 +10,19 @@ namespace {
 const QString watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString menuInterface = QStringLiteral("com.canonical.dbusmenu");
 
-QString describe(const QVariantMap& properties)
-{
-    if (properties.value(QStringLiteral("type")).toString() == QLatin1String("separator"))
-        return QStringLiteral("-");
-    QString label = properties.value(QStringLiteral("label")).toString();
-    if (!properties.value(QStringLiteral("icon-data")).toByteArray().isEmpty()
-        || !properties.value(QStringLiteral("icon-name")).toString().isEmpty())
-        label += QLatin1Char('*');
-    return properties.value(QStringLiteral("enabled"), true).toBool() ? label : QLatin1Char('[') + label + QLatin1Char(']');
-}
-
 // One (ia{sv}av) layout node; its children follow it, submenus flattened.
 void readNode(const QDBusArgument& node, QStringList& out, bool root)
 {
     int id = 0;
-    QVariantMap properties;
+    QVariantMap item;
     node.beginStructure();
-    node >> id >> properties;
-    if (!root && properties.value(QStringLiteral("visible"), true).toBool())
-        out << describe(properties);
+    node >> id >> item;
+    if (!root && item.value("visible", true).toBool()) {
+        const QString entry = item.value("type").toString() == "separator"
+            ? QStringLiteral("-")
+            : item.value("label").toString() + (item.value("icon-data").toByteArray().isEmpty() ? "" : "*");
+        out << (item.value("enabled", true).toBool() ? entry : '[' + entry + ']');
+    }
     node.beginArray();
     while (!node.atEnd()) {
         QDBusVariant child;
@@ -46,7 +39,7 @@ StatusNotifierHost::StatusNotifierHost()
     : mBus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("status-notifier-host")))
 {
     mBus.registerObject(QStringLiteral("/StatusNotifierWatcher"), this,
-        QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals | QDBusConnection::ExportAllProperties);
+        QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties);
     mThread.start();
     moveToThread(&mThread);
 }
@@ -89,11 +82,9 @@ void StatusNotifierHost::RegisterStatusNotifierItem(const QString& service)
 
 void StatusNotifierHost::menuPathReply(const QDBusMessage& reply)
 {
-    const QDBusVariant path = reply.arguments().value(0).value<QDBusVariant>();
-    const QString menuPath = path.variant().value<QDBusObjectPath>().path();
-    if (menuPath.isEmpty())
+    mMenuPath = reply.arguments().value(0).value<QDBusVariant>().variant().value<QDBusObjectPath>().path();
+    if (mMenuPath.isEmpty())
         return;
-    mMenuPath = menuPath;
     // What a panel listens to: a menu that changes without saying so keeps its old copy on screen.
     // From any sender: matching the item's bus name would wait on its owner, losing signals meanwhile.
     for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
