@@ -44,7 +44,6 @@ public:
         QDBusConnection::disconnectFromBus(mBusName);
         mBusName.clear();
     }
-    // What the desktop sends when the user clicks a notification or one of its buttons, or types a reply.
     void click(uint id, const QString& action = QStringLiteral("default")) { emitSignal("ActionInvoked", id, action); }
     void reply(uint id, const QString& text) { emitSignal("NotificationReplied", id, text); }
 

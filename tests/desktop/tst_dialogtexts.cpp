@@ -20,7 +20,6 @@
 
 namespace {
 
-// The labels and buttons whose text doesn't fit the place the layout gave them.
 QStringList clipped(QWidget* dialog)
 {
     QStringList cut;

@@ -80,14 +80,6 @@ private slots:
         QVERIFY2(mGui.takeCalls().contains(event), qPrintable(event));
     }
 
-    // After the rows above: the one window is English again, so nothing of its French lingers.
-    void nothingChosenIsEnglish()
-    {
-        QSettings().remove("language-code");
-        MainWindow window;
-        QCOMPARE(shown(&window).mid(0, 2), expected("en", false).mid(0, 2));
-    }
-
 private:
     GuiFixture mGui;
 };

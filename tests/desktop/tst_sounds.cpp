@@ -14,7 +14,6 @@ struct RecordingPlayer : SoundPlayer {
     void play(const QString& resourcePath) override { played << resourcePath; }
 };
 
-// A notification service that is there or not, and plays sounds or not.
 struct FakeNotifier : DesktopNotifier {
     QString kind;
     bool isServiceAvailable() override { return kind != "none"; }

@@ -42,8 +42,6 @@ private slots:
         const QRect hd(0, 0, 1920, 1080), qhd(0, 0, 2560, 1440), wxga(0, 0, 1366, 768), small(0, 0, 1024, 600);
 
         // No panels: the client area has the reference figures exactly, wherever the frame then goes.
-        QTest::newRow("bare 1920x1080 messenger") << "messenger" << hd << hd << none << 1.4 << QRect(4, 2, 1912, 1075);
-        QTest::newRow("bare 1920x1080 login") << "login" << hd << hd << none << 1.4 << QRect(540, 113, 840, 854);
         QTest::newRow("framed 1920x1080 messenger: title bar above the screen")
             << "messenger" << hd << hd << openbox << 1.4 << QRect(3, -20, 1914, 1101);
         QTest::newRow("bare 1366x768 messenger fills it") << "messenger" << wxga << wxga << none << 1.0 << QRect(0, 0, 1366, 768);

@@ -199,7 +199,6 @@ private slots:
     }
 
 private:
-    // One start of the program as far as windows go: construct, show at login size.
     MainWindow* start()
     {
         mWindow = std::make_unique<MainWindow>();

@@ -7,11 +7,9 @@
 #include <QStringList>
 #include <QThread>
 
-// The tray side of a StatusNotifierItem panel on the session bus: it owns the watcher, takes the item
-// that registers, and re-reads its menu only when the menu says its layout or entries changed, as
-// panels do. Qt exports a tray icon this way, instead of through XEmbed, only while a watcher with a
-// host is on the bus when the first icon is made. Answers from a thread of its own, so the GUI
-// thread's blocking calls get their replies.
+// A StatusNotifierItem panel: owns the watcher (Qt exports its tray icon this way only if one is on the
+// bus before the first icon), and re-reads the item's menu only when the menu says it changed, as panels
+// do. Answers from a thread of its own, so the GUI thread's blocking calls get their replies.
 class StatusNotifierHost : public QObject
 {
     Q_OBJECT
