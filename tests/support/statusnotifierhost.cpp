@@ -1,7 +1,6 @@
 #include "statusnotifierhost.h"
 
 #include <QDBusArgument>
-#include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <QMutexLocker>
 
@@ -9,6 +8,8 @@ namespace {
 
 const QString watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString menuInterface = QStringLiteral("com.canonical.dbusmenu");
+// Where Qt's item exports its menu, as its "Menu" property says.
+const QString menuPath = QStringLiteral("/MenuBar");
 
 // One (ia{sv}av) layout node; its children follow it, submenus flattened.
 void readNode(const QDBusArgument& node, QStringList& out, bool root)
@@ -50,7 +51,7 @@ StatusNotifierHost::~StatusNotifierHost()
     QThread* owner = QThread::currentThread();
     QMetaObject::invokeMethod(this, [this, owner] {
         for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
-            mBus.disconnect(QString(), mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
+            mBus.disconnect(QString(), menuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
         mBus.unregisterService(watcherService);
         mBus.unregisterObject(QStringLiteral("/StatusNotifierWatcher"));
         moveToThread(owner);
@@ -73,28 +74,16 @@ QStringList StatusNotifierHost::menu() const
 void StatusNotifierHost::RegisterStatusNotifierItem(const QString& service)
 {
     mService = service;
-    QDBusMessage get = QDBusMessage::createMethodCall(service, QStringLiteral("/StatusNotifierItem"),
-        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    get << QStringLiteral("org.kde.StatusNotifierItem") << QStringLiteral("Menu");
-    // Never a blocking call here: the item answers from the thread that may be waiting on us.
-    mBus.callWithCallback(get, this, SLOT(menuPathReply(QDBusMessage)));
-}
-
-void StatusNotifierHost::menuPathReply(const QDBusMessage& reply)
-{
-    mMenuPath = reply.arguments().value(0).value<QDBusVariant>().variant().value<QDBusObjectPath>().path();
-    if (mMenuPath.isEmpty())
-        return;
     // What a panel listens to: a menu that changes without saying so keeps its old copy on screen.
     // From any sender: matching the item's bus name would wait on its owner, losing signals meanwhile.
     for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
-        mBus.connect(QString(), mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
+        mBus.connect(QString(), menuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
     readLayout();
 }
 
 void StatusNotifierHost::readLayout()
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(mService, mMenuPath, menuInterface, QStringLiteral("GetLayout"));
+    QDBusMessage call = QDBusMessage::createMethodCall(mService, menuPath, menuInterface, QStringLiteral("GetLayout"));
     call << 0 << -1 << QStringList();
     mBus.callWithCallback(call, this, SLOT(layoutReply(QDBusMessage)));
 }

@@ -30,12 +30,11 @@ public slots:
 
 private slots:
     void readLayout();
-    void menuPathReply(const QDBusMessage& reply);
     void layoutReply(const QDBusMessage& reply);
 
 private:
     mutable QMutex mMutex;
-    QString mService, mMenuPath;
+    QString mService;
     QStringList mMenu;
     QThread mThread;
     QDBusConnection mBus;
