@@ -4,12 +4,9 @@
 #include <QMenuBar>
 #include <QSettings>
 
-#include <unistd.h>
-
 #include "desktop/mainwindow.h"
 #include "desktop/winmenubaricon.h"
 #include "guifixture.h"
-#include "testenvironment.h"
 
 namespace {
 
@@ -41,7 +38,7 @@ class TestLanguage : public QObject
 {
     Q_OBJECT
 private slots:
-    // The system's locale is French here, and plays no part until the user chooses.
+    // ctest runs it on a French system (LC_ALL), whose locale plays no part until the user chooses.
     void initTestCase()
     {
         QSettings().setValue("language-code", "fr");
@@ -84,19 +81,5 @@ private:
     GuiFixture mGui;
 };
 
-int main(int argc, char** argv)
-{
-    // A French system. QLocale takes the system's locale once, before main runs, so it needs a fresh process.
-    if (qgetenv("LC_ALL") != "fr_FR.UTF-8") {
-        qputenv("LC_ALL", "fr_FR.UTF-8");
-        QDir(TestEnvironment::homePath()).removeRecursively();
-        execv("/proc/self/exe", argv);
-        qFatal("cannot restart with a French system locale");
-    }
-    QApplication app(argc, argv);
-    TestLanguage test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_MAIN(TestLanguage)
 #include "tst_language.moc"
