@@ -22,7 +22,6 @@ public:
 
     ~FakeNotificationService() override { stop(); }
 
-    // capabilities: beyond "actions" and "body".
     bool start(Mode mode = Answer, const QStringList& capabilities = {})
     {
         stop();

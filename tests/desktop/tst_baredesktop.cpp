@@ -77,7 +77,6 @@ private slots:
             window->resizeWindowToMessengerSize(true);
             // Hiding and minimising both take effect on the widget at once.
             QVERIFY(window->isVisible() && !window->isMinimized());
-            mGui.indexWindow()->setSetting("do-not-launch-main-window-on-start", "0");
             return;
         }
         if (how == "tray") {

@@ -47,7 +47,6 @@ private slots:
 
         QTest::newRow("off") << "silent" << "0" << quick << none << none << none;
         QTest::newRow("only 1 is on") << "silent" << "true" << quick << none << none << none;
-        QTest::newRow("chosen label") << "silent" << on << quick << "tink" << none << "tink.wav";
         QTest::newRow("display name is no label") << "silent" << on << quick << "Ping" << none << "proxima.wav";
         // Desktop notifications: a service that sounds plays it; one that can't leaves it to us.
         QTest::newRow("toast, sounding service") << "sounding" << on << toast << none << none << none;

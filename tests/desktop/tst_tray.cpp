@@ -1,4 +1,3 @@
-// The tray icon, its balloons and the main window's ways in and out, on the private desktop.
 #include <QtTest>
 
 #include <QMenu>

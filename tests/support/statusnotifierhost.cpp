@@ -60,11 +60,6 @@ StatusNotifierHost::~StatusNotifierHost()
     mThread.wait();
 }
 
-bool StatusNotifierHost::start()
-{
-    return mBus.registerService(watcherService);
-}
-
 QStringList StatusNotifierHost::menu() const
 {
     QMutexLocker lock(&mMutex);

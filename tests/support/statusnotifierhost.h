@@ -19,7 +19,7 @@ public:
     StatusNotifierHost();
     ~StatusNotifierHost() override;
 
-    bool start();
+    bool start() { return mBus.registerService(QStringLiteral("org.kde.StatusNotifierWatcher")); }
     // The menu as the panel would draw it: "-" for a separator, "*" after an entry with an icon,
     // a disabled one in brackets, hidden ones left out. Empty until an item with a menu registered.
     QStringList menu() const;
