@@ -4,13 +4,11 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
-#include <QWindow>
 
 #include "desktop/mainwindow.h"
 #include "desktop/winmenubaricon.h"
 #include "fakenotificationservice.h"
 #include "guifixture.h"
-#include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 #include "web/indexwindow.h"
 
@@ -39,7 +37,6 @@ class TestTray : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY2(QSystemTrayIcon::isSystemTrayAvailable(), "run inside scripts/desktop-session.sh");
         QVERIFY(mGui.startWithTray());
         mGui.eval("_gaq.push = _kmq.push = function () {};");
         // The service's own sound is only asked for on this route.
@@ -102,9 +99,14 @@ private slots:
         if (service >= 0)
             QVERIFY(mService.start(FakeNotificationService::Mode(service)));
         // A show or activation still on its way from the row before can undo these; ask until they hold.
+        // Qt asks the window manager only on a change of state, so a request it lost is asked again directly.
         QTRY_VERIFY_WITH_TIMEOUT([this] { if (!exposed(window())) window()->showNormal(); return exposed(window()); }(),
             windowManagerTimeout);
-        QTRY_VERIFY_WITH_TIMEOUT([this] { if (!window()->isMinimized()) window()->showMinimized();
+        QTRY_VERIFY_WITH_TIMEOUT([this] {
+            if (!window()->isMinimized())
+                window()->showMinimized();
+            else if (exposed(window()))
+                QProcess::execute("xdotool", {"windowminimize", QString::number(window()->winId())});
             return window()->isMinimized() && !exposed(window()); }(), windowManagerTimeout);
         QElapsedTimer clock; // a service that hangs must not hold the window up
         clock.start();

@@ -2,7 +2,6 @@
 #include <QtTest>
 
 #include <QMenu>
-#include <QSystemTrayIcon>
 
 #include "desktop/winmenubaricon.h"
 #include "guifixture.h"
