@@ -99,7 +99,6 @@ private slots:
         if (service >= 0)
             QVERIFY(mService.start(FakeNotificationService::Mode(service)));
         // A show or activation still on its way from the row before can undo these; ask until they hold.
-        // Qt asks the window manager only on a change of state, so a request it lost is asked again directly.
         QTRY_VERIFY_WITH_TIMEOUT([this] { if (!exposed(window())) window()->showNormal(); return exposed(window()); }(),
             windowManagerTimeout);
         QTRY_VERIFY_WITH_TIMEOUT([this] {
