@@ -101,11 +101,7 @@ private slots:
         // A show or activation still on its way from the row before can undo these; ask until they hold.
         QTRY_VERIFY_WITH_TIMEOUT([this] { if (!exposed(window())) window()->showNormal(); return exposed(window()); }(),
             windowManagerTimeout);
-        QTRY_VERIFY_WITH_TIMEOUT([this] {
-            if (!window()->isMinimized())
-                window()->showMinimized();
-            else if (exposed(window()))
-                QProcess::execute("xdotool", {"windowminimize", QString::number(window()->winId())});
+        QTRY_VERIFY_WITH_TIMEOUT([this] { if (!window()->isMinimized()) window()->showMinimized();
             return window()->isMinimized() && !exposed(window()); }(), windowManagerTimeout);
         QElapsedTimer clock; // a service that hangs must not hold the window up
         clock.start();
