@@ -21,13 +21,12 @@ public:
     enum Mode { Answer, Refuse, Hang };
 
     ~FakeNotificationService() override { stop(); }
-    // capabilities: beyond "actions" and "body".
 
     bool start(Mode mode = Answer, const QStringList& capabilities = {})
     {
         stop();
-        mReceived.clear();
-        mClosed.clear();
+        received.clear();
+        closed.clear();
         mMode = mode;
         mCapabilities = QStringList {"actions", "body"} + capabilities;
         mBusName = QStringLiteral("fake-notifications-%1").arg(++mStarts);
@@ -38,18 +37,17 @@ public:
     {
         if (mBusName.isEmpty())
             return;
-        QDBusConnection bus(mBusName);
         // Released at once, not whenever the bus notices the connection is gone.
-        bus.unregisterService(service);
-        bus.unregisterObject(path);
+        QDBusConnection(mBusName).unregisterService(service);
+        QDBusConnection(mBusName).unregisterObject(path);
         QDBusConnection::disconnectFromBus(mBusName);
         mBusName.clear();
     }
-    QList<Notification> received() const { return mReceived; }
-    QList<uint> closed() const { return mClosed; }
-    // What the desktop sends when the user clicks a notification or one of its buttons, or types a reply.
     void click(uint id, const QString& action = QStringLiteral("default")) { emitSignal("ActionInvoked", id, action); }
     void reply(uint id, const QString& text) { emitSignal("NotificationReplied", id, text); }
+
+    QList<Notification> received;
+    QList<uint> closed;
 
 public slots:
     uint Notify(const QString&, uint replacesId, const QString& appIcon, const QString& summary, const QString& body,
@@ -60,10 +58,10 @@ public slots:
             return 0;
         }
         const uint id = replacesId ? replacesId : ++mLastId;
-        mReceived << Notification {id, replacesId, appIcon, summary, body, actions, hints};
+        received << Notification {id, replacesId, appIcon, summary, body, actions, hints};
         return id;
     }
-    void CloseNotification(uint id) { mClosed << id; }
+    void CloseNotification(uint id) { closed << id; }
     QStringList GetCapabilities()
     {
         setDelayedReply(mMode == Hang);
@@ -78,8 +76,6 @@ private:
 
     const QString service = QStringLiteral("org.freedesktop.Notifications");
     const QString path = QStringLiteral("/org/freedesktop/Notifications");
-    QList<Notification> mReceived;
-    QList<uint> mClosed;
     QStringList mCapabilities;
     Mode mMode = Answer;
     uint mLastId = 0;

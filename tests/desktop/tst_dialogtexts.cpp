@@ -20,24 +20,20 @@
 
 namespace {
 
-// The labels and buttons whose text doesn't fit the place the layout gave them.
 QStringList clipped(QWidget* dialog)
 {
     QStringList cut;
-    QList<QWidget*> texts;
-    for (QLabel* label : dialog->findChildren<QLabel*>())
-        texts << label;
-    for (QAbstractButton* button : dialog->findChildren<QAbstractButton*>())
-        texts << button;
-    for (QWidget* widget : texts) {
+    for (QWidget* widget : dialog->findChildren<QWidget*>()) {
         const auto* label = qobject_cast<QLabel*>(widget);
+        const auto* button = qobject_cast<QAbstractButton*>(widget);
+        if (!label && !button)
+            continue;
         const QSize needed = label && label->wordWrap()
             ? QSize(label->minimumSizeHint().width(), label->heightForWidth(widget->width())) : widget->sizeHint();
         if (widget->isVisibleTo(dialog) && (needed.width() > widget->width() || needed.height() > widget->height()
                 || !dialog->rect().contains(QRect(widget->mapTo(dialog, QPoint(0, 0)), widget->size()))))
-            cut << QString("%1 \"%2\" needs %3x%4, has %5x%6").arg(widget->objectName(), label ? label->text()
-                    : static_cast<QAbstractButton*>(widget)->text()).arg(needed.width()).arg(needed.height())
-                    .arg(widget->width()).arg(widget->height());
+            cut << QString("%1 \"%2\" needs %3x%4, has %5x%6").arg(widget->objectName(), label ? label->text() : button->text())
+                       .arg(needed.width()).arg(needed.height()).arg(widget->width()).arg(widget->height());
     }
     return cut;
 }
@@ -48,74 +44,70 @@ class TestDialogTexts : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void wholeTexts_data();
-    void wholeTexts();
+    void initTestCase()
+    {
+        kestrelgapInitResources();
+        indexWindowHolder::set(new IndexWindow());
+        mServer.serve("/media/picture.png", QByteArray(2048, 'p'), "image/png");
+        mServer.serveStall("/downloads/setup.deb");
+    }
+
+    void wholeTexts_data()
+    {
+        QTest::addColumn<QString>("dialog");
+        QTest::addColumn<QString>("language");
+        for (const char* dialog : {"about", "new version", "latest installed", "settings", "update download", "media download complete"})
+            for (const char* language : {"en", "fr", "es"})
+                QTest::newRow(qPrintable(QString("%1, %2").arg(dialog, language))) << dialog << language;
+    }
+
+    void wholeTexts()
+    {
+        QFETCH(QString, dialog);
+        QFETCH(QString, language);
+
+        QTranslator translator;
+        QVERIFY(language == "en" || translator.load("kestrelgap_" + language, ":/translations", ""));
+        QCoreApplication::installTranslator(&translator);
+
+        std::unique_ptr<QDialog> shown;
+        if (dialog == "about")
+            shown = std::make_unique<AboutDialog>();
+        else if (dialog == "new version")
+            shown = std::make_unique<ConfirmDownloadUpdate>();
+        else if (dialog == "latest installed")
+            shown = std::make_unique<LatestInstalledDialog>();
+        else if (dialog == "settings")
+            shown = std::make_unique<SettingsDialog>();
+        else if (dialog == "update download") {
+            auto* update = new UpdateDownloaderDialog();
+            shown.reset(update);
+            update->startDownload(mServer.url("/downloads/setup.deb"));
+        } else {
+            auto* media = new MediaDownloaderDialog();
+            shown.reset(media);
+            media->setDownloadDirectory(mDownloads.path());
+            media->setFileSize(2048);
+            media->startDownload(mServer.url("/media/picture.png"), QString("picture %1.png").arg(language), "image", false);
+        }
+        shown->show();
+        QVERIFY(QTest::qWaitForWindowExposed(shown.get()));
+        if (dialog == "media download complete")
+            QTRY_VERIFY(!shown->findChild<QLabel*>("download_complete") || shown->findChild<QLabel*>("download_complete")->isVisible());
+
+        // A form that grows asks the window manager for its new size; the answer comes a moment later.
+        QStringList cut;
+        QTRY_VERIFY2((cut = clipped(shown.get())).isEmpty(), qPrintable(cut.join("; ")));
+        if (qEnvironmentVariableIsSet("KESTRELGAP_SCREENSHOT_DIR"))
+            shown->grab().save(QString("%1/%2-%3dpi.png").arg(qEnvironmentVariable("KESTRELGAP_SCREENSHOT_DIR"),
+                QString(QTest::currentDataTag()).replace(QRegularExpression("[^a-z]+"), "-")).arg(shown->logicalDpiY()));
+        QCoreApplication::removeTranslator(&translator);
+    }
 
 private:
     HttpServer mServer;
     QTemporaryDir mDownloads;
 };
-
-void TestDialogTexts::initTestCase()
-{
-    kestrelgapInitResources();
-    indexWindowHolder::set(new IndexWindow());
-    mServer.serve("/media/picture.png", QByteArray(2048, 'p'), "image/png");
-    mServer.serveStall("/downloads/setup.deb");
-}
-
-void TestDialogTexts::wholeTexts_data()
-{
-    QTest::addColumn<QString>("dialog");
-    QTest::addColumn<QString>("language");
-    for (const char* dialog : {"about", "new version", "latest installed", "settings", "update download", "media download complete"})
-        for (const char* language : {"en", "fr", "es"})
-            QTest::newRow(qPrintable(QString("%1, %2").arg(dialog, language))) << dialog << language;
-}
-
-void TestDialogTexts::wholeTexts()
-{
-    QFETCH(QString, dialog);
-    QFETCH(QString, language);
-
-    QTranslator translator;
-    QVERIFY(language == "en" || translator.load("kestrelgap_" + language, ":/translations", ""));
-    QCoreApplication::installTranslator(&translator);
-
-    std::unique_ptr<QDialog> shown;
-    if (dialog == "about")
-        shown = std::make_unique<AboutDialog>();
-    else if (dialog == "new version")
-        shown = std::make_unique<ConfirmDownloadUpdate>();
-    else if (dialog == "latest installed")
-        shown = std::make_unique<LatestInstalledDialog>();
-    else if (dialog == "settings")
-        shown = std::make_unique<SettingsDialog>();
-    else if (dialog == "update download") {
-        auto update = std::make_unique<UpdateDownloaderDialog>();
-        update->startDownload(mServer.url("/downloads/setup.deb"));
-        shown = std::move(update);
-    } else {
-        auto media = std::make_unique<MediaDownloaderDialog>();
-        media->setDownloadDirectory(mDownloads.path());
-        media->setFileSize(2048);
-        media->startDownload(mServer.url("/media/picture.png"), QString("picture %1.png").arg(language), "image", false);
-        shown = std::move(media);
-    }
-    shown->show();
-    QVERIFY(QTest::qWaitForWindowExposed(shown.get()));
-    if (dialog == "media download complete")
-        QTRY_VERIFY(!shown->findChild<QLabel*>("download_complete") || shown->findChild<QLabel*>("download_complete")->isVisible());
-
-    // A form that grows asks the window manager for its new size; the answer comes a moment later.
-    QStringList cut;
-    QTRY_VERIFY2((cut = clipped(shown.get())).isEmpty(), qPrintable(cut.join("; ")));
-    if (qEnvironmentVariableIsSet("KESTRELGAP_SCREENSHOT_DIR"))
-        shown->grab().save(QString("%1/%2-%3dpi.png").arg(qEnvironmentVariable("KESTRELGAP_SCREENSHOT_DIR"),
-            QString(QTest::currentDataTag()).replace(QRegularExpression("[^a-z]+"), "-")).arg(shown->logicalDpiY()));
-    QCoreApplication::removeTranslator(&translator);
-}
 
 QTEST_MAIN(TestDialogTexts)
 #include "tst_dialogtexts.moc"

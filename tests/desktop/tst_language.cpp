@@ -4,12 +4,9 @@
 #include <QMenuBar>
 #include <QSettings>
 
-#include <unistd.h>
-
 #include "desktop/mainwindow.h"
 #include "desktop/winmenubaricon.h"
 #include "guifixture.h"
-#include "testenvironment.h"
 
 namespace {
 
@@ -41,77 +38,48 @@ class TestLanguage : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase();
-    void choosingALanguage_data();
-    void choosingALanguage();
-    void nothingChosenIsEnglish();
+    // ctest runs it on a French system (LC_ALL), whose locale plays no part until the user chooses.
+    void initTestCase()
+    {
+        QSettings().setValue("language-code", "fr");
+        QVERIFY(mGui.startWithTray());
+        QCOMPARE(shown(mGui.mainWindow()), expected("fr", false));
+    }
+
+    // Rows run in order on the one window.
+    void choosingALanguage_data()
+    {
+        QTest::addColumn<bool>("signedIn");
+        QTest::addColumn<QString>("chosen");
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("qtCancel"); // Qt has a German catalogue of its own; the program has none
+        QTest::newRow("fr to es, signed in") << true << "es" << "es" << "Cancelar";
+        QTest::newRow("es to unknown de, signed in") << true << "de" << "en" << "Abbrechen";
+        QTest::newRow("to en, signed out") << false << "en" << "en" << "Cancel";
+    }
+
+    void choosingALanguage()
+    {
+        QFETCH(bool, signedIn);
+        QFETCH(QString, chosen);
+        QFETCH(QString, language);
+        QFETCH(QString, qtCancel);
+        MainWindow* window = mGui.mainWindow();
+        signedIn ? window->enableMenuOptionsForLoggedInUser() : window->disableMenuOptionsForLoggedInUser();
+        mGui.takeCalls();
+        mGui.eval(QString("qtIndexWindow.changeLanguageCode('%1')").arg(chosen));
+        // Rebuilt, not added to.
+        QCOMPARE(window->menuBar()->actions().size(), 2);
+        QCOMPARE(shown(window), expected(language, signedIn));
+        QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), qtCancel);
+        QCOMPARE(QSettings().value("language-code").toString(), chosen);
+        const QString event = "_gaq [\"_trackEvent\",\"WebApp\",\"qt-app-to-os-language-code-values\",\"" + chosen + "-fr_FR\"]";
+        QVERIFY2(mGui.takeCalls().contains(event), qPrintable(event));
+    }
 
 private:
     GuiFixture mGui;
 };
 
-// The system's locale is French here, and plays no part until the user chooses.
-void TestLanguage::initTestCase()
-{
-    QSettings().setValue("language-code", "fr");
-    GuiFixture::Options options;
-    options.trayIcon = true;
-    QVERIFY(mGui.start(options));
-    QCOMPARE(shown(mGui.mainWindow()), expected("fr", false));
-}
-
-// Rows run in order on the one window.
-void TestLanguage::choosingALanguage_data()
-{
-    QTest::addColumn<bool>("signedIn");
-    QTest::addColumn<QString>("chosen");
-    QTest::addColumn<QString>("language");
-    QTest::addColumn<QString>("qtCancel"); // Qt has a German catalogue of its own; the program has none
-    QTest::newRow("fr to es, signed in") << true << "es" << "es" << "Cancelar";
-    QTest::newRow("es to unknown de, signed in") << true << "de" << "en" << "Abbrechen";
-    QTest::newRow("to en, signed out") << false << "en" << "en" << "Cancel";
-}
-
-void TestLanguage::choosingALanguage()
-{
-    QFETCH(bool, signedIn);
-    QFETCH(QString, chosen);
-    QFETCH(QString, language);
-    QFETCH(QString, qtCancel);
-    MainWindow* window = mGui.mainWindow();
-    signedIn ? window->enableMenuOptionsForLoggedInUser() : window->disableMenuOptionsForLoggedInUser();
-    mGui.takeCalls();
-    mGui.eval(QString("qtIndexWindow.changeLanguageCode('%1')").arg(chosen));
-    // Rebuilt, not added to.
-    QCOMPARE(window->menuBar()->actions().size(), 2);
-    QCOMPARE(shown(window), expected(language, signedIn));
-    QCOMPARE(QCoreApplication::translate("QPlatformTheme", "Cancel"), qtCancel);
-    QCOMPARE(QSettings().value("language-code").toString(), chosen);
-    const QString event = "_gaq [\"_trackEvent\",\"WebApp\",\"qt-app-to-os-language-code-values\",\"" + chosen + "-fr_FR\"]";
-    QVERIFY2(mGui.takeCalls().contains(event), qPrintable(event));
-}
-
-// After the rows above: the one window is English again, so nothing of its French lingers.
-void TestLanguage::nothingChosenIsEnglish()
-{
-    QSettings().remove("language-code");
-    MainWindow window;
-    QCOMPARE(shown(&window).mid(0, 2), expected("en", false).mid(0, 2));
-}
-
-int main(int argc, char** argv)
-{
-    // A French system. QLocale takes the system's locale once, before main runs, so it needs a fresh process.
-    if (qgetenv("LC_ALL") != "fr_FR.UTF-8") {
-        qputenv("LC_ALL", "fr_FR.UTF-8");
-        QDir(TestEnvironment::homePath()).removeRecursively();
-        execv("/proc/self/exe", argv);
-        qFatal("cannot restart with a French system locale");
-    }
-    QApplication app(argc, argv);
-    TestLanguage test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
-
+QTEST_MAIN(TestLanguage)
 #include "tst_language.moc"

@@ -1,10 +1,12 @@
 #include "guifixture.h"
 
+#include <QApplication>
 #include <QGraphicsWebView>
 #include <QSignalSpy>
 #include <QTest>
 #include <QWebFrame>
 #include <QWebPage>
+#include <QWindow>
 
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
@@ -22,6 +24,19 @@ const QUrl& GuiFixture::recorderUrl()
 {
     static const QUrl url(QStringLiteral("qrc:///bridge/recorder.html"));
     return url;
+}
+
+bool exposed(QWidget* widget)
+{
+    return widget && widget->windowHandle() && widget->windowHandle()->isExposed();
+}
+
+QWidget* visibleTopLevel(const char* className)
+{
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        if (qstrcmp(widget->metaObject()->className(), className) == 0 && widget->isVisible())
+            return widget;
+    return nullptr;
 }
 
 GuiFixture::~GuiFixture()

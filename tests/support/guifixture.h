@@ -4,6 +4,15 @@
 #include <QUrl>
 #include <QVariant>
 
+class QWidget;
+
+// Round trips through the window manager are slow on a loaded machine.
+const int windowManagerTimeout = 20000;
+// Mapped on the X server, not only asked to be.
+bool exposed(QWidget* widget);
+// A visible top-level widget of that class, e.g. Qt's own XEmbed tray window or balloon.
+QWidget* visibleTopLevel(const char* className);
+
 class IndexWindow;
 class MainWindow;
 class QWebFrame;
@@ -32,6 +41,7 @@ public:
     // something is missing (no staged folder, page not loaded).
     bool start(const Options& options);
     bool start() { return start(Options()); }
+    bool startWithTray(bool show = true) { return start({true, show, true}); }
 
     MainWindow* mainWindow() const { return mMainWindow; }
     IndexWindow* indexWindow() const;

@@ -1,7 +1,6 @@
 #include "statusnotifierhost.h"
 
 #include <QDBusArgument>
-#include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <QMutexLocker>
 
@@ -9,29 +8,22 @@ namespace {
 
 const QString watcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString menuInterface = QStringLiteral("com.canonical.dbusmenu");
-
-QString describe(const QVariantMap& properties)
-{
-    if (properties.value(QStringLiteral("type")).toString() == QLatin1String("separator"))
-        return QStringLiteral("-");
-    // "_" marks the mnemonic; "__" is a plain underscore.
-    QString label = properties.value(QStringLiteral("label")).toString();
-    label.replace(QStringLiteral("__"), QStringLiteral("\x01")).remove(QLatin1Char('_')).replace(QLatin1Char('\x01'), QLatin1Char('_'));
-    if (!properties.value(QStringLiteral("icon-data")).toByteArray().isEmpty()
-        || !properties.value(QStringLiteral("icon-name")).toString().isEmpty())
-        label += QLatin1Char('*');
-    return properties.value(QStringLiteral("enabled"), true).toBool() ? label : QLatin1Char('[') + label + QLatin1Char(']');
-}
+// Where Qt's item exports its menu, as its "Menu" property says.
+const QString menuPath = QStringLiteral("/MenuBar");
 
 // One (ia{sv}av) layout node; its children follow it, submenus flattened.
 void readNode(const QDBusArgument& node, QStringList& out, bool root)
 {
     int id = 0;
-    QVariantMap properties;
+    QVariantMap item;
     node.beginStructure();
-    node >> id >> properties;
-    if (!root && properties.value(QStringLiteral("visible"), true).toBool())
-        out << describe(properties);
+    node >> id >> item;
+    if (!root && item.value("visible", true).toBool()) {
+        const QString entry = item.value("type").toString() == "separator"
+            ? QStringLiteral("-")
+            : item.value("label").toString() + (item.value("icon-data").toByteArray().isEmpty() ? "" : "*");
+        out << (item.value("enabled", true).toBool() ? entry : '[' + entry + ']');
+    }
     node.beginArray();
     while (!node.atEnd()) {
         QDBusVariant child;
@@ -48,7 +40,7 @@ StatusNotifierHost::StatusNotifierHost()
     : mBus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("status-notifier-host")))
 {
     mBus.registerObject(QStringLiteral("/StatusNotifierWatcher"), this,
-        QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals | QDBusConnection::ExportAllProperties);
+        QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllProperties);
     mThread.start();
     moveToThread(&mThread);
 }
@@ -59,7 +51,7 @@ StatusNotifierHost::~StatusNotifierHost()
     QThread* owner = QThread::currentThread();
     QMetaObject::invokeMethod(this, [this, owner] {
         for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
-            mBus.disconnect(QString(), mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
+            mBus.disconnect(QString(), menuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
         mBus.unregisterService(watcherService);
         mBus.unregisterObject(QStringLiteral("/StatusNotifierWatcher"));
         moveToThread(owner);
@@ -68,67 +60,25 @@ StatusNotifierHost::~StatusNotifierHost()
     mThread.wait();
 }
 
-bool StatusNotifierHost::start()
-{
-    return mBus.registerService(watcherService);
-}
-
 QStringList StatusNotifierHost::menu() const
 {
     QMutexLocker lock(&mMutex);
     return mMenu;
 }
 
-uint StatusNotifierHost::revision() const
-{
-    QMutexLocker lock(&mMutex);
-    return mRevision;
-}
-
-QString StatusNotifierHost::itemService() const
-{
-    QMutexLocker lock(&mMutex);
-    return mService;
-}
-
-QStringList StatusNotifierHost::items() const
-{
-    const QString service = itemService();
-    return service.isEmpty() ? QStringList() : QStringList {service};
-}
-
 void StatusNotifierHost::RegisterStatusNotifierItem(const QString& service)
 {
-    {
-        QMutexLocker lock(&mMutex);
-        mService = service;
-    }
-    emit StatusNotifierItemRegistered(service);
-    QDBusMessage get = QDBusMessage::createMethodCall(service, QStringLiteral("/StatusNotifierItem"),
-        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    get << QStringLiteral("org.kde.StatusNotifierItem") << QStringLiteral("Menu");
-    // Never a blocking call here: the item answers from the thread that may be waiting on us.
-    mBus.callWithCallback(get, this, SLOT(menuPathReply(QDBusMessage)));
-}
-
-void StatusNotifierHost::menuPathReply(const QDBusMessage& reply)
-{
-    const QDBusVariant path = reply.arguments().value(0).value<QDBusVariant>();
-    const QString menuPath = path.variant().value<QDBusObjectPath>().path();
-    if (menuPath.isEmpty())
-        return;
-    mMenuPath = menuPath;
-    // What a panel listens to; a menu that changes without saying so keeps its old copy on screen.
-    // From any sender on that path: matching the item's bus name would wait on looking up its owner,
-    // and signals that came meanwhile would be lost. Only one item registers here.
+    mService = service;
+    // What a panel listens to: a menu that changes without saying so keeps its old copy on screen.
+    // From any sender: matching the item's bus name would wait on its owner, losing signals meanwhile.
     for (const char* signal : {"LayoutUpdated", "ItemsPropertiesUpdated"})
-        mBus.connect(QString(), mMenuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
+        mBus.connect(QString(), menuPath, menuInterface, QLatin1String(signal), this, SLOT(readLayout()));
     readLayout();
 }
 
 void StatusNotifierHost::readLayout()
 {
-    QDBusMessage call = QDBusMessage::createMethodCall(itemService(), mMenuPath, menuInterface, QStringLiteral("GetLayout"));
+    QDBusMessage call = QDBusMessage::createMethodCall(mService, menuPath, menuInterface, QStringLiteral("GetLayout"));
     call << 0 << -1 << QStringList();
     mBus.callWithCallback(call, this, SLOT(layoutReply(QDBusMessage)));
 }
@@ -140,6 +90,5 @@ void StatusNotifierHost::layoutReply(const QDBusMessage& reply)
     QStringList entries;
     readNode(reply.arguments().at(1).value<QDBusArgument>(), entries, true);
     QMutexLocker lock(&mMutex);
-    mRevision = reply.arguments().at(0).toUInt();
     mMenu = entries;
 }
