@@ -9,6 +9,7 @@
 #include "desktop/winmenubaricon.h"
 #include "fakenotificationservice.h"
 #include "guifixture.h"
+#include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 #include "web/indexwindow.h"
 
