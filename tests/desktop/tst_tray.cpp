@@ -102,7 +102,14 @@ private slots:
         // A show or activation still on its way from the row before can undo these; ask until they hold.
         QTRY_VERIFY_WITH_TIMEOUT([this] { if (!exposed(window())) window()->showNormal(); return exposed(window()); }(),
             windowManagerTimeout);
-        QTRY_VERIFY_WITH_TIMEOUT([this] { if (!window()->isMinimized()) window()->showMinimized();
+        // Qt's state stays "minimised" even when an activation from before undid it: ask afresh.
+        QElapsedTimer asked;
+        QTRY_VERIFY_WITH_TIMEOUT([&] {
+            if (!window()->isMinimized() || (exposed(window()) && (!asked.isValid() || asked.hasExpired(1000)))) {
+                window()->setWindowState(window()->windowState() & ~Qt::WindowMinimized);
+                window()->showMinimized();
+                asked.start();
+            }
             return window()->isMinimized() && !exposed(window()); }(), windowManagerTimeout);
         QElapsedTimer clock; // a service that hangs must not hold the window up
         clock.start();
