@@ -1,6 +1,7 @@
 #include <QtTest>
 
 #include <QAbstractButton>
+#include <QComboBox>
 #include <QLabel>
 #include <QTranslator>
 
@@ -36,6 +37,23 @@ QStringList clipped(QWidget* dialog)
                        .arg(needed.width()).arg(needed.height()).arg(widget->width()).arg(widget->height());
     }
     return cut;
+}
+
+// What the user reads, tool tips and list entries included.
+QStringList texts(QWidget* dialog)
+{
+    QStringList all;
+    for (QWidget* widget : dialog->findChildren<QWidget*>()) {
+        all << widget->toolTip();
+        if (auto* label = qobject_cast<QLabel*>(widget))
+            all << label->text();
+        else if (auto* button = qobject_cast<QAbstractButton*>(widget))
+            all << button->text();
+        else if (auto* combo = qobject_cast<QComboBox*>(widget))
+            for (int i = 0; i < combo->count(); ++i)
+                all << combo->itemText(i);
+    }
+    return all;
 }
 
 } // namespace
@@ -98,6 +116,10 @@ private slots:
         // A form that grows asks the window manager for its new size; the answer comes a moment later.
         QStringList cut;
         QTRY_VERIFY2((cut = clipped(shown.get())).isEmpty(), qPrintable(cut.join("; ")));
+        // A Linux user has no Taskbar or Control Panel to look for.
+        const QRegularExpression otherSystems("Windows|Taskbar|Control Panel|\\bMac\\b|barre des t|Panneau de config"
+            "|barra de tareas|Panel de control", QRegularExpression::CaseInsensitiveOption);
+        QCOMPARE(texts(shown.get()).filter(otherSystems), QStringList());
         if (qEnvironmentVariableIsSet("KESTRELGAP_SCREENSHOT_DIR"))
             shown->grab().save(QString("%1/%2-%3dpi.png").arg(qEnvironmentVariable("KESTRELGAP_SCREENSHOT_DIR"),
                 QString(QTest::currentDataTag()).replace(QRegularExpression("[^a-z]+"), "-")).arg(shown->logicalDpiY()));
