@@ -29,6 +29,7 @@
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 #include "web/indexwindow.h"
+#include "../residentkib.h"
 
 namespace {
 
@@ -69,14 +70,7 @@ long settledKiB()
     }
     QWebSettings::clearMemoryCaches();
     malloc_trim(0);
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    }
-    return 0;
+    return residentKiB();
 }
 
 // Runs `one` count times after a warm-up of `warm`; prints "<what>: N in T ms, B bytes kept each".

@@ -25,23 +25,12 @@
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
 #include "web/indexwindow.h"
+#include "../residentkib.h"
 
 #include <QGraphicsWebView>
 
 namespace {
 
-// Resident set size in KiB, from the kernel's own count.
-long residentKiB()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    }
-    return 0;
-}
 
 // Spins the event loop until done() holds or 60 s have passed; false on time-out.
 bool waitFor(const std::function<bool()>& done)
