@@ -17,13 +17,12 @@
 #include <QWebFrame>
 #include <QWebSettings>
 
-#include <malloc.h>
-
 #include "core/logger.h"
 #include "core/properties.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
 #include "notifications/notificationwindowmanager.h"
+#include "web/enginememory.h"
 #include "web/html5webpage.h"
 #include "web/indexwindow.h"
 
@@ -49,27 +48,6 @@ void logReply(QNetworkReply* reply)
             + reply->attribute(QNetworkRequest::SourceIsFromCacheAttribute).toString());
 }
 
-// A closed page's memory goes back to the heap, not to the system, until the allocator is asked
-// to give its free pages back. Asked twice after the last popup of a burst has gone: at once, and
-// once the web engine's collector has freed what the closed pages' scripts held.
-void trimHeapSoon()
-{
-    static QPointer<QTimer> soon;
-    static QPointer<QTimer> later;
-    if (!soon) {
-        soon = new QTimer(QCoreApplication::instance());
-        later = new QTimer(QCoreApplication::instance());
-        for (QTimer* timer : { soon.data(), later.data() }) {
-            timer->setSingleShot(true);
-            QObject::connect(timer, &QTimer::timeout, [] { malloc_trim(0); });
-        }
-        soon->setInterval(2000);
-        later->setInterval(10000);
-    }
-    soon->start();
-    later->start();
-}
-
 // The network side of every popup open: one manager, one disk cache and the program's cookie
 // jar, made with the first popup instead of for each one, and given back with the last.
 QPointer<QNetworkAccessManager> popupNetwork;
@@ -86,7 +64,7 @@ QNetworkAccessManager* takePopupNetwork(QObject* user)
     }
     ++popupNetworkUsers;
     QObject::connect(user, &QObject::destroyed, [] {
-        trimHeapSoon();
+        EngineMemory::noteActivity();
         // Later: the page of the popup going now may still be taking its replies down.
         if (--popupNetworkUsers == 0 && popupNetwork)
             popupNetwork->deleteLater();

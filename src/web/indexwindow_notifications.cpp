@@ -18,6 +18,7 @@
 #include "core/properties.h"
 #include "core/windowholders.h"
 #include "desktop/mainwindow.h"
+#include "web/enginememory.h"
 #include "desktop/winmenubaricon.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
@@ -63,6 +64,7 @@ QString soundFileForLabel(const QString& label)
 bool IndexWindow::launchQuickReply(QString key, QString json, int width, int height, QString title)
 {
     Logger::Info(logModule, QStringLiteral("[launchQuickReply] width=%1, height=%2, title=").arg(width).arg(height) + title);
+    EngineMemory::noteActivity();
     // The page's script runs inside this call (a payload is script in the popup) and may call back
     // here: the window for the key is on its way, so that call has nothing left to do.
     std::unique_lock<QMutex> lock(notificationMutex, std::try_to_lock);
@@ -102,6 +104,7 @@ void IndexWindow::showNotification(
     QString json, QString title, QString text, bool launchOnClick, bool showReplyButton, QString contactImage)
 {
     Logger::Info(logModule, QStringLiteral("[showNotification] text=") + text);
+    EngineMemory::noteActivity();
     text = decodeNotificationText(text);
     // The earlier one stays alive as a child of this window.
     notificator = new Notificator(QCoreApplication::applicationName(), json, nativeNotificationTrayIcon, this);
@@ -166,6 +169,7 @@ void IndexWindow::showBatteryStatus(int status, bool isCharging)
     Logger::Info(logModule, QStringLiteral("[showBatteryStatus] - status=") + QString::number(status)
             + QStringLiteral(", isCharging=") + QVariant(isCharging).toString());
     WinMenuBarIcon::getInstance(nullptr)->updateBatteryStatus(status, isCharging);
+    EngineMemory::noteActivity();
 }
 
 bool IndexWindow::isNotificationSoundEnabledForThisOSVersion()
