@@ -4,18 +4,21 @@
 # Installs what is missing (chromium included), builds, then runs everything inside a private
 # desktop session on a private loopback network, so that the service port never meets another copy.
 #
-# Usage: bench/run.sh [--runs N] [--soak S]
-#   --runs N  measured runs of each program, after one warm-up (default 7)
-#   --soak S  seconds of the soak, one demo event a second into the signed-in client (default 600)
+# Usage: bench/run.sh [--runs N] [--soak S] [--soak-only]
+#   --runs N     measured runs of each program, after one warm-up (default 7)
+#   --soak S     seconds of the soak, one demo event a second into the signed-in client (default 600)
+#   --soak-only  only the soak, its figures to standard output; the report stays as it is
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 build="$here/build"
 runs=7
 soak=600
+soak_only=""
 while [ $# -gt 0 ]; do
     case "$1" in
         --runs) runs=${2:?}; [ "$runs" -ge 1 ]; shift 2 ;;
         --soak) soak=${2:?}; [ "$soak" -ge 30 ]; shift 2 ;;
+        --soak-only) soak_only=1; shift ;;
         *) sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2 ;;
     esac
 done
@@ -35,7 +38,7 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
     # shellcheck disable=SC2086
     cmake --build "$build" -j"$(nproc)" --target $targets
     export KESTRELGAP_BENCH_INSIDE=1
-    session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs" --soak "$soak")
+    session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs" --soak "$soak" ${soak_only:+--soak-only})
     # A whole run takes a few minutes; never let a hung program hold the machine.
     if [ "$(id -u)" -eq 0 ] && unshare --net true 2>/dev/null; then
         exec timeout $((40 + soak / 60))m unshare --net bash -c 'ip link set lo up && exec "$@"' _ "${session[@]}"
@@ -247,11 +250,13 @@ post_event() {
 }
 
 # A tray program lives for weeks: one event a second into the signed-in client (texts from two
-# contacts, into their popups once open, and battery reports), and the memory kept per event
-# between the end of the first minute and the end.
+# contacts, into their popups once open, and battery reports). The memory kept per event is taken
+# between two quiet moments, after the first tenth of the events and after the last, each 15 s
+# after the stream paused, so that it counts what the program keeps, not garbage its collector
+# hasn't reached yet. The resident size once a minute, stream running, shows whether it levels off.
 measure_soak() {
     start_timed soak ./kestrelgap || return
-    local mark i rss0 pss0 rss1 pss1 event
+    local mark i rss0 pss0 rss1 pss1 rss event series=""
     mark=$(wc -l <"$hostlog")
     post_event '{"type": "signin"}'
     if ! wait_for_request "^GET /main.html 200" "$mark"; then
@@ -266,15 +271,24 @@ measure_soak() {
             2) event='{"type": "text", "from": "Dad"}' ;;
         esac
         post_event "$event" || log "soak: event $i not taken"
-        [ "$i" -eq "$warm" ] && read -r rss0 pss0 < <(tree_memory "$pid")
+        if [ "$i" -eq "$warm" ]; then
+            sleep 15
+            read -r rss0 pss0 < <(tree_memory "$pid")
+        fi
+        if [ $((i % 60)) -eq 0 ]; then
+            read -r rss _ < <(tree_memory "$pid")
+            series="$series $((rss / 1024))"
+        fi
         sleep 1
     done
+    sleep 15
     read -r rss1 pss1 < <(tree_memory "$pid")
     echo "soak.events $((soak - warm))" >>"$results"
     echo "soak.rss.start $rss0" >>"$results"
     echo "soak.rss.end $rss1" >>"$results"
     echo "soak.pss.end $pss1" >>"$results"
     echo "soak.kib.per.event $(awk -v a="$rss0" -v b="$rss1" -v n=$((soak - warm)) 'BEGIN { printf "%.2f", (b - a) / n }')" >>"$results"
+    echo "soak.series.mib${series}" >>"$results"
     stop_timed
 }
 
@@ -282,6 +296,12 @@ measure_soak() {
 echo "load.before $(cut -d' ' -f1-3 /proc/loadavg)" >"$work/load"
 
 rm -f "$results"
+if [ -n "$soak_only" ]; then
+    [ -x "$devhost" ] || { log "the soak needs the development service host"; exit 1; }
+    measure_soak
+    cat "$results"
+    exit 0
+fi
 for round in $(seq 0 "$runs"); do
     log "round $round of $runs$([ "$round" -eq 0 ] && echo ' (warm-up)')"
     measure_floor floor
@@ -302,6 +322,8 @@ if [ -x "$build/bench/popups/bench_popups" ]; then
         record popups.kib "$(sed -n 's/^popups:.* \([0-9-]*\) KiB each.*/\1/p' <<<"$out")"
         record bare.ms "$(sed -n 's/^bare windows: all shown after \([0-9]*\) ms.*/\1/p' <<<"$out")"
         record bare.kib "$(sed -n 's/^bare windows:.* \([0-9-]*\) KiB each.*/\1/p' <<<"$out")"
+        record webviews.ms "$(sed -n 's/^bare web views: all shown after \([0-9]*\) ms.*/\1/p' <<<"$out")"
+        record webviews.kib "$(sed -n 's/^bare web views:.* \([0-9-]*\) KiB each.*/\1/p' <<<"$out")"
         record popups.back "$(sed -n 's/^closed all: \([0-9-]*\)% given back.*/\1/p' <<<"$out")"
         record popups.stays "$(sed -n 's/^closed all:.* \([0-9-]*\) KiB per popup stays.*/\1/p' <<<"$out")"
         record popups.pertext "$(sed -n 's/^texts into an open popup: \([0-9.-]*\) KiB.*/\1/p' <<<"$out")"

@@ -1,6 +1,6 @@
 // Cost of a popup: time until 20 popups, opened by the page through the bridge in one script run,
 // have all been shown by their own page, and the memory each one adds; against 20 bare top-level
-// windows of the same size shown in the same run. Then the memory given back once the tray's
+// windows of the same size, and 20 bare web views on the same popup page, shown in the same run. Then the memory given back once the tray's
 // "close all" has closed them and the process has settled, and what stays after each further
 // round: a pool the web engine reuses levels off, a leak keeps growing. Last, the memory one text
 // into an open popup keeps, over a stream of texts into it.
@@ -16,6 +16,7 @@
 #include <QTextStream>
 #include <QWebFrame>
 #include <QWebPage>
+#include <QWebView>
 #include <QWidget>
 
 #include <functional>
@@ -24,6 +25,7 @@
 #include "desktop/mainwindow.h"
 #include "notifications/notificationwindow.h"
 #include "notifications/notificationwindowmanager.h"
+#include "web/enginememory.h"
 #include "web/indexwindow.h"
 #include "../residentkib.h"
 
@@ -113,6 +115,35 @@ int main(int argc, char** argv)
         delete window.data();
     QCoreApplication::processEvents();
 
+    // The web engine's share: as many bare web views on the popup page, each shown once its page
+    // has loaded, as a popup is. The page is loaded once before, so that neither the web views
+    // nor the popups pay for its first load alone.
+    const QUrl popupPage = QUrl::fromLocalFile(QDir::current().absoluteFilePath(QStringLiteral("html/notification.html")));
+    {
+        QWebView warmUp;
+        bool loaded = false;
+        QObject::connect(&warmUp, &QWebView::loadFinished, [&loaded] { loaded = true; });
+        warmUp.load(popupPage);
+        waitFor([&loaded] { return loaded; });
+    }
+    QList<QPointer<QWidget>> webViews;
+    const Result web = measure([count, width, height, &popupPage](QList<QPointer<QWidget>>& windows) {
+        for (int i = 0; i < count; ++i) {
+            auto* view = new QWebView(nullptr);
+            view->setWindowFlags(Qt::WindowStaysOnTopHint);
+            view->setFixedSize(width, height);
+            view->move(20 + 10 * i, 20 + 10 * i);
+            QObject::connect(view, &QWebView::loadFinished, view, &QWidget::show);
+            view->load(popupPage);
+            windows << view;
+        }
+    }, webViews);
+    for (const QPointer<QWidget>& view : webViews)
+        delete view.data();
+    QCoreApplication::processEvents();
+    // What the web views left goes back now, not into the popups' figures.
+    EngineMemory::reclaimNow();
+
     QWebFrame* frame = mainWindow.indexWindow()->webView()->page()->mainFrame();
     const bool bridged = waitFor([frame]() {
         return frame->evaluateJavaScript(QStringLiteral("typeof qtIndexWindow")).toString() == QLatin1String("object");
@@ -192,8 +223,12 @@ int main(int argc, char** argv)
         << (bare.ok ? "" : " (timed out)") << "\n";
     out << "popups:       all shown after " << popups.ms << " ms, " << popups.kib / count << " KiB each"
         << (popups.ok ? "" : " (timed out)") << "\n";
+    out << "bare web views: all shown after " << web.ms << " ms, " << web.kib / count << " KiB each"
+        << (web.ok ? "" : " (timed out)") << "\n";
     if (bare.ms > 0)
         out << "time ratio popups/bare: " << QString::number(double(popups.ms) / bare.ms, 'f', 1) << "\n";
+    if (web.ms > 0)
+        out << "time ratio popups/bare web views: " << QString::number(double(popups.ms) / web.ms, 'f', 2) << "\n";
     out << "closed all: " << QString::number(givenBack, 'f', 0) << "% given back 15 s later, "
         << staysAfterRound.first() << " KiB per popup stays" << (allClosed ? "" : " (some not closed)") << "\n";
     if (rounds > 1)
@@ -202,5 +237,5 @@ int main(int argc, char** argv)
     out << "texts into an open popup: " << QString::number(perText, 'f', 2) << " KiB kept per text over "
         << texts << (stream ? "" : " (the popup went away)") << "\n";
     out.flush();
-    return bridged && bare.ok && allClosed ? 0 : 1;
+    return bridged && bare.ok && web.ok && allClosed ? 0 : 1;
 }
