@@ -184,7 +184,7 @@ int Startup::run(int argc, char** argv)
 
     setUpTextCipher();
     QGuiApplication::setQuitOnLastWindowClosed(false);
-    QApplication::setWindowIcon(QIcon(QStringLiteral("kestrelgap.iconset/icon_512x512.png")));
+    QApplication::setWindowIcon(WinMenuBarIcon::trayIconImage());
     QCoreApplication::setOrganizationName(QStringLiteral("Kestrelgap"));
     QCoreApplication::setOrganizationDomain(ServiceHost::bareHost());
     QCoreApplication::setApplicationName(QStringLiteral("Kestrelgap"));

@@ -64,7 +64,8 @@ MainWindow::MainWindow(QWidget* parent)
     setCentralWidget(mIndexWindow);
     indexWindowHolder::set(mIndexWindow);
 
-    setWindowIcon(QIcon(QStringLiteral("kestrelgap.iconset/icon_512x512.png")));
+    // The program's, set up once at start: a copy of its own would decode every size again.
+    setWindowIcon(QApplication::windowIcon());
     setWindowTitle(QStringLiteral("Kestrelgap"));
     createMenus();
     setUpScaleFactors();

@@ -52,10 +52,12 @@ WinMenuBarIcon::WinMenuBarIcon(QObject* parent)
 
 QIcon WinMenuBarIcon::trayIconImage()
 {
-    // Every size the iconset holds, so panels of any height and scale pick a sharp one. Relative on
+    // Each size a panel of any height and scale picks a sharp one from. Not the iconset's 256 and
+    // 512: every size is decoded when added and kept for the program's life (those two alone are
+    // 1.3 MiB), and launchers and task switchers take the installed theme icon. Relative on
     // purpose: the images ship in the program folder, not in the resources.
     QIcon icon;
-    for (int size : {16, 22, 24, 32, 48, 64, 128, 256, 512})
+    for (int size : {16, 22, 24, 32, 48, 64, 128})
         icon.addFile(QStringLiteral("kestrelgap.iconset/icon_%1x%1.png").arg(size), QSize(size, size));
     return icon;
 }

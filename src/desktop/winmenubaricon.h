@@ -49,6 +49,9 @@ public slots:
     void phoneDialerActionClicked();
     QRect geometry();
 
+    // The program's icon, for the tray and its windows.
+    static QIcon trayIconImage();
+
 private:
     explicit WinMenuBarIcon(QObject* parent);
 
@@ -57,7 +60,6 @@ private:
     void showQtBalloon(const DesktopNotifier::Notification& notification);
     void notificationReplied(const QString& json, const QString& text);
     void notificationReplyChosen(const QString& json);
-    static QIcon trayIconImage();
     void setLoginGatedActionsEnabled(bool enabled);
     void activateHackWindow();
     void logMenuEvent(const QString& eventName, const QString& location);
