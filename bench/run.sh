@@ -41,10 +41,10 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
     session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs" --soak "$soak" ${soak_only:+--soak-only})
     # A whole run takes a few minutes; never let a hung program hold the machine.
     if [ "$(id -u)" -eq 0 ] && unshare --net true 2>/dev/null; then
-        exec timeout $((40 + soak / 60))m unshare --net bash -c 'ip link set lo up && exec "$@"' _ "${session[@]}"
+        exec timeout $((40 + soak / 30))m unshare --net bash -c 'ip link set lo up && exec "$@"' _ "${session[@]}"
     fi
     echo "bench: no private network (needs root); the service port is shared with the machine" >&2
-    exec timeout $((40 + soak / 60))m "${session[@]}"
+    exec timeout $((40 + soak / 30))m "${session[@]}"
 fi
 
 # ---- inside the desktop session from here on ----
@@ -114,7 +114,7 @@ start_timed() {
     rm -rf "$home"
     mkdir -p "$home/tmp" "$home/config" "$home/data" "$home/cache"
     local marker=(--log "$hostlog" --line "GET /prod-assets/desktop-client/versioncheck.json")
-    [ "$name" = floor ] || [ "$name" = floor-raster ] && marker=()
+    case $name in floor|floor-raster|soakfloor) marker=() ;; esac
     (cd "$stage" && exec env HOME="$home" TMPDIR="$home/tmp" XDG_CONFIG_HOME="$home/config" \
         XDG_DATA_HOME="$home/data" XDG_CACHE_HOME="$home/cache" \
         "$clock" --title Kestrelgap "${marker[@]}" --timeout 60 -- "$@" >"$work/clock" 2>"$work/$name.err") &
@@ -254,13 +254,17 @@ post_event() {
 # between two quiet moments, after the first tenth of the events and after the last, each 15 s
 # after the stream paused, so that it counts what the program keeps, not garbage its collector
 # hasn't reached yet. The resident size once a minute, stream running, shows whether it levels off.
+# Arguments: the figures' name, then the program and its arguments. The same stream into a bare
+# web view on the same pages ("soakfloor") tells what the pages keep themselves.
 measure_soak() {
-    start_timed soak ./kestrelgap || return
+    local key=$1
+    shift
+    start_timed "$key" "$@" || return
     local mark i rss0 pss0 rss1 pss1 rss event series=""
     mark=$(wc -l <"$hostlog")
     post_event '{"type": "signin"}'
     if ! wait_for_request "^GET /main.html 200" "$mark"; then
-        log "soak: the messenger page didn't load after sign-in"; stop_timed; return
+        log "$key: the messenger page didn't load after sign-in"; stop_timed; return
     fi
     sleep 2
     local warm=$((soak / 10))
@@ -270,7 +274,7 @@ measure_soak() {
             1) event='{"type": "text", "from": "Maya Lindqvist"}' ;;
             2) event='{"type": "text", "from": "Dad"}' ;;
         esac
-        post_event "$event" || log "soak: event $i not taken"
+        post_event "$event" || log "$key: event $i not taken"
         if [ "$i" -eq "$warm" ]; then
             sleep 15
             read -r rss0 pss0 < <(tree_memory "$pid")
@@ -283,13 +287,18 @@ measure_soak() {
     done
     sleep 15
     read -r rss1 pss1 < <(tree_memory "$pid")
-    echo "soak.events $((soak - warm))" >>"$results"
-    echo "soak.rss.start $rss0" >>"$results"
-    echo "soak.rss.end $rss1" >>"$results"
-    echo "soak.pss.end $pss1" >>"$results"
-    echo "soak.kib.per.event $(awk -v a="$rss0" -v b="$rss1" -v n=$((soak - warm)) 'BEGIN { printf "%.2f", (b - a) / n }')" >>"$results"
-    echo "soak.series.mib${series}" >>"$results"
+    echo "$key.events $((soak - warm))" >>"$results"
+    echo "$key.rss.start $rss0" >>"$results"
+    echo "$key.rss.end $rss1" >>"$results"
+    echo "$key.pss.end $pss1" >>"$results"
+    echo "$key.kib.per.event $(awk -v a="$rss0" -v b="$rss1" -v n=$((soak - warm)) 'BEGIN { printf "%.2f", (b - a) / n }')" >>"$results"
+    echo "$key.series.mib${series}" >>"$results"
     stop_timed
+}
+
+measure_soaks() {
+    measure_soak soak ./kestrelgap
+    measure_soak soakfloor "$build/bench/webfloor/bench_webfloor" "http://$service/signin" --lean
 }
 
 # What the machine was doing: the figures of one run are compared with each other, not across runs.
@@ -298,7 +307,7 @@ echo "load.before $(cut -d' ' -f1-3 /proc/loadavg)" >"$work/load"
 rm -f "$results"
 if [ -n "$soak_only" ]; then
     [ -x "$devhost" ] || { log "the soak needs the development service host"; exit 1; }
-    measure_soak
+    measure_soaks
     cat "$results"
     exit 0
 fi
@@ -345,7 +354,7 @@ round=1
 logging_out=$("$build/bench/logging/bench_logging" 5000 "$runs")
 cookies_out="$(QT_QPA_PLATFORM=offscreen "$build/bench/cookies/bench_cookies" 20 10)
 $(QT_QPA_PLATFORM=offscreen "$build/bench/cookies/bench_cookies" 20 1000)"
-[ -x "$devhost" ] && measure_soak
+[ -x "$devhost" ] && measure_soaks
 echo "load.after $(cut -d' ' -f1-3 /proc/loadavg)" >>"$work/load"
 cat "$work/load" >>"$results"
 
