@@ -4,21 +4,24 @@
 # Installs what is missing (chromium included), builds, then runs everything inside a private
 # desktop session on a private loopback network, so that the service port never meets another copy.
 #
-# Usage: bench/run.sh [--runs N] [--soak S] [--soak-only]
+# Usage: bench/run.sh [--runs N] [--soak S] [--soak-only | --start-only]
 #   --runs N     measured runs of each program, after one warm-up (default 7)
 #   --soak S     seconds of the soak, one demo event a second into the signed-in client (default 600)
 #   --soak-only  only the soak, its figures to standard output; the report stays as it is
+#   --start-only only start-up, the client and the bare QWebView by turns, N runs each; likewise
 set -euo pipefail
 here="$(cd "$(dirname "$0")/.." && pwd)"
 build="$here/build"
 runs=7
 soak=600
 soak_only=""
+start_only=""
 while [ $# -gt 0 ]; do
     case "$1" in
         --runs) runs=${2:?}; [ "$runs" -ge 1 ]; shift 2 ;;
         --soak) soak=${2:?}; [ "$soak" -ge 30 ]; shift 2 ;;
         --soak-only) soak_only=1; shift ;;
+        --start-only) start_only=1; shift ;;
         *) sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//' >&2; exit 2 ;;
     esac
 done
@@ -38,7 +41,7 @@ if [ -z "${KESTRELGAP_BENCH_INSIDE:-}" ]; then
     # shellcheck disable=SC2086
     cmake --build "$build" -j"$(nproc)" --target $targets
     export KESTRELGAP_BENCH_INSIDE=1
-    session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs" --soak "$soak" ${soak_only:+--soak-only})
+    session=("$here/scripts/desktop-session.sh" --wm -- "$here/bench/run.sh" --runs "$runs" --soak "$soak" ${soak_only:+--soak-only} ${start_only:+--start-only})
     # A whole run takes a few minutes; never let a hung program hold the machine.
     if [ "$(id -u)" -eq 0 ] && unshare --net true 2>/dev/null; then
         exec timeout $((40 + soak / 30))m unshare --net bash -c 'ip link set lo up && exec "$@"' _ "${session[@]}"
@@ -309,6 +312,19 @@ if [ -n "$soak_only" ]; then
     [ -x "$devhost" ] || { log "the soak needs the development service host"; exit 1; }
     measure_soaks
     cat "$results"
+    exit 0
+fi
+if [ -n "$start_only" ]; then
+    for round in $(seq 0 "$runs"); do
+        start_timed webfloor "$build/bench/webfloor/bench_webfloor" "file://$stage/html/start.html" && record webfloor.start "$ready"
+        stop_timed
+        start_timed kestrelgap ./kestrelgap && record kestrelgap.start "$ready"
+        stop_timed
+    done
+    for key in kestrelgap.start webfloor.start; do
+        awk -v k="$key" '$1 == k { print $2 }' "$results" | sort -g |
+            awk -v k="$key" '{ v[NR] = $1 } END { printf "%s median %.1f ms, lowest %.1f, highest %.1f, %d runs\n", k, (NR % 2 ? v[(NR + 1) / 2] : (v[NR / 2] + v[NR / 2 + 1]) / 2), v[1], v[NR], NR }'
+    done
     exit 0
 fi
 for round in $(seq 0 "$runs"); do
