@@ -137,7 +137,10 @@ void DownloadTransfer::finished()
     } else {
         emit saved(path);
     }
-    // Whatever the pointer holds now: after a retry above, that is the new attempt, and it goes too.
-    if (mReply)
+    // Whatever the pointer holds now: after a retry above, that is the new attempt, and it goes too,
+    // unheard from even if its answer is already on its way, so the outcome doesn't hang on timing.
+    if (mReply) {
+        disconnect(mReply, nullptr, this, nullptr);
         mReply->deleteLater();
+    }
 }
