@@ -1,7 +1,6 @@
 #include "enginememory.h"
 
 #include <QCoreApplication>
-#include <QWebSettings>
 #include <qwebkitglobal.h>
 
 #include <dlfcn.h>
